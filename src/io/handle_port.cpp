@@ -1,0 +1,260 @@
+#include "io/handle_port.h"
+
+#include <vorn/vorn.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "io/port_lock.h"
+#include "platform/clock.h"
+
+namespace vorn::io {
+namespace {
+
+// Budgets are computed in 64 bits: a large multiplier times a large length
+// must not wrap into a short budget.
+uint64_t budget(uint32_t multiplier, uint32_t length, uint32_t constant) {
+  return static_cast<uint64_t>(multiplier) * length + constant;
+}
+
+uint32_t clamp_wait(uint64_t ms) { return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX)); }
+
+HandlePortState* as_state(void* state) { return static_cast<HandlePortState*>(state); }
+
+// The checks every transfer starts with, in this order.
+int32_t check_ready(const HandlePortState* state) {
+  if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
+  if (!state->has_uri) return VORN_ERR_IO_INVALID_SETTING;
+  if (!state->open) return VORN_ERR_IO_NOT_OPEN;
+  return VORN_OK;
+}
+
+uint32_t now() { return platform::clock().now_ms(); }
+
+int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t length,
+                            uint32_t* transferred) {
+  const platform::DeviceFileOps& device = state->device();
+  const uint64_t read_budget =
+      budget(state->timeouts[kReadMultiplier], length, state->timeouts[kReadConstant]);
+  const uint32_t nap = static_cast<uint32_t>(std::clamp<uint64_t>(read_budget, 10, 100));
+  uint64_t elapsed = 0;
+  int sleeps = 0;
+  uint32_t mark = now();
+  int32_t error = VORN_OK;
+
+  platform::Attempt last = device.read(state->handle, target, 1, 0);
+  uint32_t total = last.done;
+  while (total < length) {
+    target += last.done;
+    if (last.error != 0 && !device.is_no_data_error(last.error)) {
+      error = last.error;
+      break;
+    }
+    uint32_t moment = now();
+    uint32_t d = moment - mark;
+    mark = moment;
+    elapsed += d;
+    if (elapsed > read_budget) {
+      error = VORN_ERR_IO_READ_TIMEOUT;
+      break;
+    }
+    // A device that stays silent is polled without burning the processor,
+    // but only for a few naps: after that it is polled as fast as it answers.
+    if (d < 100 && last.done == 0 && sleeps < 5) {
+      platform::clock().sleep_ms(nap);
+      ++sleeps;
+    }
+    last = device.read(state->handle, target, 1, 0);
+    total += last.done;
+  }
+  *transferred = total;
+  return error;
+}
+
+int32_t parallel_quick_read(HandlePortState* state, uint8_t* target, uint32_t want,
+                            uint32_t* transferred) {
+  const platform::DeviceFileOps& device = state->device();
+  uint32_t total = 0;
+  int32_t error = VORN_OK;
+  for (uint32_t i = 0; i < want; ++i) {
+    platform::Attempt attempt = device.read(state->handle, target + total, 1, 0);
+    if (attempt.error != 0) {
+      if (!device.is_no_data_error(attempt.error)) error = attempt.error;
+      break;
+    }
+    total += attempt.done;
+    if (total == 0) break;
+  }
+  *transferred = total;
+  return error;
+}
+
+}  // namespace
+
+void init_handle_port_state(HandlePortState* state, uint8_t kind, bool overlapped) {
+  std::memset(state, 0, sizeof *state);
+  std::copy(std::begin(kDefaultTimeouts), std::end(kDefaultTimeouts), state->timeouts);
+  state->transfer_unit = kTransferUnit;
+  state->handle = platform::kNoDevice;
+  state->kind = kind;
+  state->overlapped = overlapped ? 1 : 0;
+  state->device = platform::device_file;
+}
+
+void store_uri(HandlePortState* state, const char* uri) {
+  std::memset(state->uri, 0, sizeof state->uri);
+  std::strncpy(state->uri, uri, sizeof state->uri - 1);
+  state->has_uri = 1;
+}
+
+int32_t handle_port_get_uri(void* raw, char* buffer, uint32_t size, uint32_t* length) {
+  HandlePortState* state = as_state(raw);
+  if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
+  if (buffer == nullptr || length == nullptr || size == 0) return VORN_ERR_PARAMETER;
+  if (state->kind == VORN_PORT_USB) std::memset(buffer, 0, size);
+  if (!state->has_uri) {
+    *length = 0;
+    buffer[0] = '\0';
+    return VORN_OK;
+  }
+  // The text is at most 255 bytes; never copy past the caller's buffer even
+  // when it is smaller than the 255 bytes it should hold.
+  size_t text_length = strnlen(state->uri, sizeof state->uri - 1);
+  if (size < text_length + 1) return VORN_ERR_BUFFER_TOO_SMALL;
+  std::memcpy(buffer, state->uri, text_length + 1);
+  *length = static_cast<uint32_t>(text_length);
+  return VORN_OK;
+}
+
+int32_t handle_port_close(void* raw) {
+  HandlePortState* state = as_state(raw);
+  if (state == nullptr) return VORN_OK;
+  if (state->handle != platform::kNoDevice) {
+    state->device().close(state->handle);
+    state->handle = platform::kNoDevice;
+  }
+  state->open = 0;
+  return VORN_OK;
+}
+
+int32_t handle_port_kill(void* raw) {
+  HandlePortState* state = as_state(raw);
+  if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
+  if (!state->has_uri) return VORN_ERR_IO_INVALID_SETTING;
+  if (!state->open) return VORN_ERR_IO_NOT_OPEN;
+  set_kill_mark(state->kill_mark);
+  return VORN_OK;
+}
+
+int32_t handle_port_flush(void* raw) {
+  // Nothing is held back by the library, so there is nothing to push out.
+  return check_ready(as_state(raw));
+}
+
+int32_t handle_port_set_timeout(void* raw, const uint32_t values[kTimeoutCount]) {
+  HandlePortState* state = as_state(raw);
+  if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
+  std::copy(values, values + kTimeoutCount, state->timeouts);
+  return VORN_OK;
+}
+
+int32_t handle_port_get_timeout(void* raw, uint32_t values[kTimeoutCount]) {
+  HandlePortState* state = as_state(raw);
+  if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
+  std::copy(state->timeouts, state->timeouts + kTimeoutCount, values);
+  return VORN_OK;
+}
+
+int32_t handle_port_open_device(HandlePortState* state) {
+  platform::DeviceHandle handle = platform::kNoDevice;
+  int32_t error = state->device().open_existing(state->device_path, state->overlapped != 0, &handle);
+  if (error != 0) return error;
+  state->handle = handle;
+  state->open = 1;
+  return VORN_OK;
+}
+
+int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset,
+                      uint32_t length, uint32_t* transferred) {
+  int32_t error = check_ready(state);
+  if (error != VORN_OK) return error;
+  const platform::DeviceFileOps& device = state->device();
+  const uint32_t m = state->timeouts[kWriteMultiplier];
+  const uint32_t c = state->timeouts[kWriteConstant];
+  const uint8_t* p = data + offset;
+  uint32_t remaining = length;
+  uint32_t total = 0;
+  uint64_t elapsed = 0;
+  const uint64_t total_budget = budget(m, length, c);
+  uint64_t wait_left = total_budget;
+
+  for (;;) {
+    if (kill_marked(state->kill_mark) || remaining == 0) break;
+    const uint32_t chunk = std::min(state->transfer_unit, remaining);
+    const uint64_t chunk_budget = budget(m, chunk, c);
+    uint32_t chunk_done = 0;
+    for (;;) {
+      if (kill_marked(state->kill_mark)) break;
+      const uint32_t mark = now();
+      platform::Attempt attempt =
+          device.write(state->handle, p, chunk - chunk_done, clamp_wait(wait_left));
+      error = attempt.error;
+      // An overlapped attempt whose wait ran out was cancelled: that is a
+      // write timeout, whatever part of it went through.
+      if (error == 0 && attempt.timed_out && state->overlapped) error = VORN_ERR_IO_WRITE_TIMEOUT;
+      total += attempt.done;
+      chunk_done += attempt.done;
+      p += attempt.done;
+      remaining -= attempt.done;
+      if (chunk_done >= chunk || error != 0) break;
+      const uint32_t d = now() - mark;
+      elapsed += d;
+      wait_left = wait_left > d ? wait_left - d : 0;
+      if (elapsed > chunk_budget || elapsed > total_budget) {
+        error = VORN_ERR_IO_WRITE_TIMEOUT;
+        break;
+      }
+    }
+    if (total >= length) {
+      error = VORN_OK;
+      break;
+    }
+    if (error != 0) break;
+  }
+  *transferred = total;
+  return error;
+}
+
+int32_t timed_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uint32_t length,
+                   uint32_t* transferred) {
+  int32_t error = check_ready(state);
+  if (error != VORN_OK) return error;
+  if (state->overlapped) return VORN_ERR_NOT_IMPLEMENTED;
+  if (state->kind == VORN_PORT_PARALLEL) {
+    return parallel_timed_read(state, buffer + offset, length, transferred);
+  }
+  // One read bounded by the line's own timeouts.
+  const uint64_t read_budget =
+      budget(state->timeouts[kReadMultiplier], length, state->timeouts[kReadConstant]);
+  platform::Attempt attempt =
+      state->device().read(state->handle, buffer + offset, length, clamp_wait(read_budget));
+  *transferred = attempt.done;
+  return attempt.error;
+}
+
+int32_t quick_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uint32_t size,
+                   uint32_t* transferred) {
+  int32_t error = check_ready(state);
+  if (error != VORN_OK) return error;
+  if (state->overlapped) return VORN_ERR_NOT_IMPLEMENTED;
+  const uint32_t want = size - offset;
+  if (state->kind == VORN_PORT_PARALLEL) {
+    return parallel_quick_read(state, buffer + offset, want, transferred);
+  }
+  platform::Attempt attempt = state->device().read(state->handle, buffer + offset, want, 0);
+  *transferred = attempt.done;
+  return attempt.error;
+}
+
+}  // namespace vorn::io
