@@ -2,8 +2,12 @@
 
 namespace vorn::escpos {
 
-int32_t encode_print_mode(const Target& t, uint8_t n) { return emit(t, true, {0x1B, 0x21, n}); }
-int32_t encode_emphasized(const Target& t, uint8_t n) { return emit(t, true, {0x1B, 0x45, n}); }
+int32_t encode_print_mode(const Target& t, uint8_t n) {
+  return emit(t, true, {0x1B, 0x21, n});
+}
+int32_t encode_emphasized(const Target& t, uint8_t n) {
+  return emit(t, true, {0x1B, 0x45, n});
+}
 int32_t encode_double_strike(const Target& t, uint8_t n) {
   return emit(t, true, {0x1B, 0x47, n});
 }
@@ -14,7 +18,9 @@ int32_t encode_character_size(const Target& t, uint8_t n) {
   // Bits 3 and 7 would ask for more than eight times the size.
   return emit(t, (n & 0x88) == 0, {0x1D, 0x21, n});
 }
-int32_t encode_reverse(const Target& t, uint8_t n) { return emit(t, true, {0x1D, 0x42, n}); }
+int32_t encode_reverse(const Target& t, uint8_t n) {
+  return emit(t, true, {0x1D, 0x42, n});
+}
 int32_t encode_justification(const Target& t, uint8_t n) {
   return emit(t, is_zero_one_two(n), {0x1B, 0x61, n});
 }

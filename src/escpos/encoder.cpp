@@ -44,8 +44,7 @@ int32_t emit(const Target& target, bool valid, std::initializer_list<uint8_t> he
   return VORN_OK;
 }
 
-Rollback::Rollback(printer::CommandContext& context)
-    : context_(context), start_(context.length) {}
+Rollback::Rollback(printer::CommandContext& context) : context_(context), start_(context.length) {}
 
 Rollback::~Rollback() {
   if (committed_ || context_.length <= start_) return;

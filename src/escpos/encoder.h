@@ -42,9 +42,15 @@ void put(const Target& target, std::initializer_list<uint8_t> bytes);
 
 // Little-endian fields. Callers range-check with fits_u16 first: a value that
 // does not fit its field is a parameter error, never silently cut.
-constexpr bool fits_u16(int64_t value) { return value >= 0 && value <= 0xFFFF; }
-constexpr uint8_t low_byte(uint32_t value) { return static_cast<uint8_t>(value & 0xFF); }
-constexpr uint8_t high_byte(uint32_t value) { return static_cast<uint8_t>((value >> 8) & 0xFF); }
+constexpr bool fits_u16(int64_t value) {
+  return value >= 0 && value <= 0xFFFF;
+}
+constexpr uint8_t low_byte(uint32_t value) {
+  return static_cast<uint8_t>(value & 0xFF);
+}
+constexpr uint8_t high_byte(uint32_t value) {
+  return static_cast<uint8_t>((value >> 8) & 0xFF);
+}
 
 // The builder step of the simple commands: make room for 32 bytes (-9 when
 // the buffer cannot grow), then run the encoder on the context's target.
@@ -74,6 +80,8 @@ class Rollback {
 };
 
 // The cut of an exported 32-bit argument to the byte a command sends.
-constexpr uint8_t byte_of(int32_t value) { return static_cast<uint8_t>(value & 0xFF); }
+constexpr uint8_t byte_of(int32_t value) {
+  return static_cast<uint8_t>(value & 0xFF);
+}
 
 }  // namespace vorn::escpos

@@ -18,9 +18,13 @@ uint64_t budget(uint32_t multiplier, uint32_t length, uint32_t constant) {
   return static_cast<uint64_t>(multiplier) * length + constant;
 }
 
-uint32_t clamp_wait(uint64_t ms) { return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX)); }
+uint32_t clamp_wait(uint64_t ms) {
+  return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX));
+}
 
-HandlePortState* as_state(void* state) { return static_cast<HandlePortState*>(state); }
+HandlePortState* as_state(void* state) {
+  return static_cast<HandlePortState*>(state);
+}
 
 // The checks every transfer starts with, in this order.
 int32_t check_ready(const HandlePortState* state) {
@@ -30,7 +34,9 @@ int32_t check_ready(const HandlePortState* state) {
   return VORN_OK;
 }
 
-uint32_t now() { return platform::clock().now_ms(); }
+uint32_t now() {
+  return platform::clock().now_ms();
+}
 
 int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t length,
                             uint32_t* transferred) {
@@ -168,15 +174,16 @@ int32_t handle_port_get_timeout(void* raw, uint32_t values[kTimeoutCount]) {
 
 int32_t handle_port_open_device(HandlePortState* state) {
   platform::DeviceHandle handle = platform::kNoDevice;
-  int32_t error = state->device().open_existing(state->device_path, state->overlapped != 0, &handle);
+  int32_t error =
+      state->device().open_existing(state->device_path, state->overlapped != 0, &handle);
   if (error != 0) return error;
   state->handle = handle;
   state->open = 1;
   return VORN_OK;
 }
 
-int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset,
-                      uint32_t length, uint32_t* transferred) {
+int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset, uint32_t length,
+                      uint32_t* transferred) {
   int32_t error = check_ready(state);
   if (error != VORN_OK) return error;
   const platform::DeviceFileOps& device = state->device();

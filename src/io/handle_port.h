@@ -52,8 +52,8 @@ int32_t handle_port_open_device(HandlePortState* state);
 // unit, within write multiplier x length + write constant milliseconds overall
 // and multiplier x piece + constant per piece. -322 when a budget runs out;
 // 0 with the bytes so far once the port is killed.
-int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset,
-                      uint32_t length, uint32_t* transferred);
+int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset, uint32_t length,
+                      uint32_t* transferred);
 // Reads up to `length` bytes into buffer + offset within read multiplier x
 // length + read constant milliseconds. -332 when the budget runs out.
 int32_t timed_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uint32_t length,

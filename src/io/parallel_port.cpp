@@ -7,7 +7,9 @@
 namespace vorn::io {
 namespace {
 
-ParallelState* as_parallel(void* state) { return static_cast<ParallelState*>(state); }
+ParallelState* as_parallel(void* state) {
+  return static_cast<ParallelState*>(state);
+}
 
 int32_t set_uri(void* raw, const char* uri) {
   ParallelState* state = as_parallel(raw);
@@ -35,8 +37,7 @@ int32_t write(void* raw, const uint8_t* data, uint32_t offset, uint32_t length,
   return chunked_write(&as_parallel(raw)->core, data, offset, length, transferred);
 }
 
-int32_t read(void* raw, uint8_t* buffer, uint32_t offset, uint32_t length,
-             uint32_t* transferred) {
+int32_t read(void* raw, uint8_t* buffer, uint32_t offset, uint32_t length, uint32_t* transferred) {
   ParallelState* state = as_parallel(raw);
   if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
   if (!state->read_enabled) return VORN_ERR_NOT_IMPLEMENTED;
@@ -71,7 +72,9 @@ int32_t control(void* raw, uint32_t code, uint32_t /*argument*/, const void* inp
   }
 }
 
-void destroy(void* raw) { delete as_parallel(raw); }
+void destroy(void* raw) {
+  delete as_parallel(raw);
+}
 
 }  // namespace
 

@@ -16,7 +16,7 @@ int32_t port_kind_from_type(const char* type) {
     const char* type;
     int32_t kind;
   } kKinds[] = {
-      {"COM", VORN_PORT_SERIAL}, {"BSP", VORN_PORT_SERIAL}, {"LPT", VORN_PORT_PARALLEL},
+      {"COM", VORN_PORT_SERIAL}, {"BSP", VORN_PORT_SERIAL},  {"LPT", VORN_PORT_PARALLEL},
       {"USB", VORN_PORT_USB},    {"NET", VORN_PORT_NETWORK}, {"FILE", VORN_PORT_FILE},
   };
   if (type == nullptr) return -1;
@@ -28,7 +28,9 @@ int32_t port_kind_from_type(const char* type) {
 
 namespace {
 
-bool usable(VORN_PORT port) { return port != nullptr && port->marker == kPortMarker; }
+bool usable(VORN_PORT port) {
+  return port != nullptr && port->marker == kPortMarker;
+}
 
 void free_port(VORN_PORT port) {
   destroy_driver(port->driver);
@@ -78,9 +80,9 @@ VORN_API int32_t VORN_CALL vorn_io_set_timeout(VORN_PORT port, uint32_t read_int
                                                uint32_t write_multiplier, uint32_t write_constant,
                                                uint32_t connect_timeout) {
   if (!usable(port)) return VORN_ERR_INVALID_HANDLE;
-  const uint32_t values[vorn::io::kTimeoutCount] = {read_interval,    read_multiplier,
-                                                    read_constant,    write_multiplier,
-                                                    write_constant,   connect_timeout};
+  const uint32_t values[vorn::io::kTimeoutCount] = {read_interval,  read_multiplier,
+                                                    read_constant,  write_multiplier,
+                                                    write_constant, connect_timeout};
   return port->driver->ops->set_timeout(port->driver->state, values);
 }
 

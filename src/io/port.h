@@ -18,18 +18,18 @@ struct vorn_port_object {
   int32_t(VORN_CALL* close)(VORN_PORT port);
   int32_t(VORN_CALL* kill)(VORN_PORT port);
   int32_t(VORN_CALL* flush)(VORN_PORT port);
-  int32_t(VORN_CALL* set_timeout)(VORN_PORT port, uint32_t, uint32_t, uint32_t, uint32_t,
-                                  uint32_t, uint32_t);
+  int32_t(VORN_CALL* set_timeout)(VORN_PORT port, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
+                                  uint32_t);
   int32_t(VORN_CALL* get_timeout)(VORN_PORT port, uint32_t values[6]);
-  int32_t(VORN_CALL* write)(VORN_PORT port, const uint8_t* data, uint32_t offset,
-                            uint32_t length, uint32_t* transferred);
+  int32_t(VORN_CALL* write)(VORN_PORT port, const uint8_t* data, uint32_t offset, uint32_t length,
+                            uint32_t* transferred);
   int32_t(VORN_CALL* read)(VORN_PORT port, uint8_t* buffer, uint32_t offset, uint32_t length,
                            uint32_t* transferred);
-  int32_t(VORN_CALL* readexist)(VORN_PORT port, uint8_t* buffer, uint32_t offset,
-                                uint32_t size, uint32_t* transferred);
-  int32_t(VORN_CALL* control)(VORN_PORT port, uint32_t code, uint32_t argument,
-                              const void* input, uint32_t input_length, void* output,
-                              uint32_t output_length, uint32_t* output_count);
+  int32_t(VORN_CALL* readexist)(VORN_PORT port, uint8_t* buffer, uint32_t offset, uint32_t size,
+                                uint32_t* transferred);
+  int32_t(VORN_CALL* control)(VORN_PORT port, uint32_t code, uint32_t argument, const void* input,
+                              uint32_t input_length, void* output, uint32_t output_length,
+                              uint32_t* output_count);
   int32_t kind;
 };
 

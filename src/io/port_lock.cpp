@@ -22,8 +22,12 @@ void port_lock_unregister_port() {
   if (live_ports > 0 && --live_ports == 0) lock_exists = false;
 }
 
-bool port_lock_exists() { return lock_exists; }
-uint32_t port_count() { return live_ports; }
+bool port_lock_exists() {
+  return lock_exists;
+}
+uint32_t port_count() {
+  return live_ports;
+}
 
 bool kill_marked(const uint8_t& mark) {
   std::lock_guard<std::mutex> guard(port_mutex);

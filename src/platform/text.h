@@ -14,13 +14,11 @@ struct TextOps {
   // writes nothing. Characters the code page lacks become '?'. Returns 0, or
   // a positive system error number (then `*written` is 0). Writes no
   // terminator.
-  int32_t (*to_narrow)(const char16_t* text, size_t units, char* out, size_t size,
-                       size_t* written);
+  int32_t (*to_narrow)(const char16_t* text, size_t units, char* out, size_t size, size_t* written);
   // Converts `bytes` bytes of narrow text in the system's code page to UTF-16,
   // with the same `out`-null sizing rule. Bytes that are not valid in the code
   // page become U+FFFD. Returns 0 or a positive system error number.
-  int32_t (*to_wide)(const char* text, size_t bytes, char16_t* out, size_t units,
-                     size_t* written);
+  int32_t (*to_wide)(const char* text, size_t bytes, char16_t* out, size_t units, size_t* written);
   // The system's text for a positive error code, zero-terminated, in `out`
   // of `size` bytes. `language` 0 means the user's default. Returns 0 when a
   // text was written, else a positive system error number.

@@ -49,7 +49,9 @@ VORN_PRINTER create_handle(uint32_t model_id) {
   return handle;
 }
 
-bool valid(VORN_PRINTER handle) { return handle != nullptr && handle->tag == kPrinterTag; }
+bool valid(VORN_PRINTER handle) {
+  return handle != nullptr && handle->tag == kPrinterTag;
+}
 
 // Longest model name the creator accepts once converted, without terminator.
 constexpr uint32_t kModelNameArea = 32;

@@ -56,8 +56,7 @@ int32_t check_session(VORN_PRINTER handle) {
 int32_t send(VORN_PRINTER handle) {
   CommandContext& context = *handle->context;
   uint32_t written = 0;
-  int32_t result =
-      handle->port->write(handle->port, context.buffer, 0, context.length, &written);
+  int32_t result = handle->port->write(handle->port, context.buffer, 0, context.length, &written);
   // Only a complete write empties the buffer: a failed one leaves every byte
   // to go out ahead of the next call's bytes.
   if (result == VORN_OK) context.length = 0;

@@ -2,6 +2,7 @@
 // printer, a missing one is never created.
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <vorn/vorn.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -9,8 +10,6 @@
 #include <iterator>
 #include <string>
 #include <vector>
-
-#include <vorn/vorn.h>
 
 namespace {
 
@@ -34,7 +33,9 @@ class TempFile {
   std::string path_;
 };
 
-std::u16string wide(const std::string& text) { return {text.begin(), text.end()}; }
+std::u16string wide(const std::string& text) {
+  return {text.begin(), text.end()};
+}
 
 TEST(ParallelFile, PortReceivesExactlyTheBytesWritten) {
   TempFile file;

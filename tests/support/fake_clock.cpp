@@ -32,6 +32,8 @@ FakeClock::~FakeClock() {
   current = nullptr;
 }
 
-FakeClock* FakeClock::active() { return current; }
+FakeClock* FakeClock::active() {
+  return current;
+}
 
 }  // namespace vorn::test

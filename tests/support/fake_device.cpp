@@ -24,7 +24,9 @@ int32_t open_existing(const char* path, bool, platform::DeviceHandle* out) {
   return 0;
 }
 
-void close_device(platform::DeviceHandle) { ++current->closes; }
+void close_device(platform::DeviceHandle) {
+  ++current->closes;
+}
 
 platform::Attempt write(platform::DeviceHandle, const uint8_t* data, uint32_t length,
                         uint32_t wait_ms) {
@@ -62,7 +64,9 @@ platform::Attempt read(platform::DeviceHandle, uint8_t* buffer, uint32_t length,
   return attempt;
 }
 
-bool is_no_data_error(int32_t error) { return error == kNoDataError; }
+bool is_no_data_error(int32_t error) {
+  return error == kNoDataError;
+}
 
 constexpr platform::DeviceFileOps kFakeDeviceOps = {
     .open_existing = open_existing,
@@ -84,6 +88,8 @@ FakeDevice::~FakeDevice() {
   current = nullptr;
 }
 
-FakeDevice* FakeDevice::active() { return current; }
+FakeDevice* FakeDevice::active() {
+  return current;
+}
 
 }  // namespace vorn::test

@@ -41,10 +41,10 @@ class FakeDevice {
   // Record.
   std::vector<std::string> opened_paths;
   int closes = 0;
-  std::vector<uint8_t> written;           // every byte the device took, in order
-  std::vector<uint32_t> write_requests;   // bytes offered to each write attempt
-  std::vector<uint32_t> write_waits;      // wait limit given to each write attempt
-  std::vector<uint32_t> read_requests;    // bytes asked by each read attempt
+  std::vector<uint8_t> written;          // every byte the device took, in order
+  std::vector<uint32_t> write_requests;  // bytes offered to each write attempt
+  std::vector<uint32_t> write_waits;     // wait limit given to each write attempt
+  std::vector<uint32_t> read_requests;   // bytes asked by each read attempt
 
   static FakeDevice* active();
 };

@@ -29,6 +29,8 @@ constexpr ClockOps kPosixClock = {
 
 }  // namespace
 
-const ClockOps& native_clock() { return kPosixClock; }
+const ClockOps& native_clock() {
+  return kPosixClock;
+}
 
 }  // namespace vorn::platform

@@ -45,8 +45,7 @@ int wait_ready(int fd, short events, uint32_t wait_ms, bool* ready) {
   }
 }
 
-Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait_ms,
-                 bool writing) {
+Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait_ms, bool writing) {
   Attempt attempt;
   int fd = static_cast<int>(handle);
   bool ready = false;
@@ -70,8 +69,7 @@ Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait
   }
 }
 
-Attempt write_attempt(DeviceHandle handle, const uint8_t* data, uint32_t length,
-                      uint32_t wait_ms) {
+Attempt write_attempt(DeviceHandle handle, const uint8_t* data, uint32_t length, uint32_t wait_ms) {
   return transfer(handle, const_cast<uint8_t*>(data), length, wait_ms, true);
 }
 
@@ -81,7 +79,9 @@ Attempt read_attempt(DeviceHandle handle, uint8_t* buffer, uint32_t length, uint
 
 // EIO: a parallel port without a reverse channel; EINVAL: a device or file
 // opened in a way that cannot be read.
-bool is_no_data_error(int32_t error) { return error == EIO || error == EINVAL; }
+bool is_no_data_error(int32_t error) {
+  return error == EIO || error == EINVAL;
+}
 
 constexpr DeviceFileOps kPosixDeviceFile = {
     .open_existing = open_existing,
@@ -93,6 +93,8 @@ constexpr DeviceFileOps kPosixDeviceFile = {
 
 }  // namespace
 
-const DeviceFileOps& native_device_file() { return kPosixDeviceFile; }
+const DeviceFileOps& native_device_file() {
+  return kPosixDeviceFile;
+}
 
 }  // namespace vorn::platform
