@@ -5,7 +5,9 @@
 #include <new>
 
 #include "io/driver.h"
+#include "io/network_port.h"
 #include "io/parallel_port.h"
+#include "io/serial_port.h"
 
 namespace vorn::io {
 namespace {
@@ -17,7 +19,9 @@ struct DriverEntry {
 };
 
 const DriverEntry kDrivers[] = {
+    {VORN_PORT_SERIAL, &kSerialDriverOps, new_serial_state},
     {VORN_PORT_PARALLEL, &kParallelDriverOps, new_parallel_state},
+    {VORN_PORT_NETWORK, &kNetworkDriverOps, new_network_state},
 };
 
 }  // namespace

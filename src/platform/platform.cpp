@@ -5,6 +5,8 @@
 
 #include "platform/clock.h"
 #include "platform/device_file.h"
+#include "platform/serial_line.h"
+#include "platform/socket.h"
 #include "platform/text.h"
 
 namespace vorn::platform {
@@ -25,19 +27,45 @@ class Slot {
 
 Slot<ClockOps> clock_slot;
 Slot<DeviceFileOps> device_file_slot;
+Slot<SerialLineOps> serial_line_slot;
+Slot<SocketOps> socket_slot;
 Slot<TextOps> text_slot;
 
 }  // namespace
 
-const ClockOps& clock() { return clock_slot.get(native_clock()); }
-const ClockOps* install_clock(const ClockOps* ops) { return clock_slot.install(ops); }
+const ClockOps& clock() {
+  return clock_slot.get(native_clock());
+}
+const ClockOps* install_clock(const ClockOps* ops) {
+  return clock_slot.install(ops);
+}
 
-const DeviceFileOps& device_file() { return device_file_slot.get(native_device_file()); }
+const DeviceFileOps& device_file() {
+  return device_file_slot.get(native_device_file());
+}
 const DeviceFileOps* install_device_file(const DeviceFileOps* ops) {
   return device_file_slot.install(ops);
 }
 
-const TextOps& text() { return text_slot.get(native_text()); }
-const TextOps* install_text(const TextOps* ops) { return text_slot.install(ops); }
+const SerialLineOps& serial_line() {
+  return serial_line_slot.get(native_serial_line());
+}
+const SerialLineOps* install_serial_line(const SerialLineOps* ops) {
+  return serial_line_slot.install(ops);
+}
+
+const SocketOps& socket_ops() {
+  return socket_slot.get(native_socket_ops());
+}
+const SocketOps* install_socket_ops(const SocketOps* ops) {
+  return socket_slot.install(ops);
+}
+
+const TextOps& text() {
+  return text_slot.get(native_text());
+}
+const TextOps* install_text(const TextOps* ops) {
+  return text_slot.install(ops);
+}
 
 }  // namespace vorn::platform
