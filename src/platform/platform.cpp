@@ -5,6 +5,7 @@
 
 #include "platform/clock.h"
 #include "platform/device_file.h"
+#include "platform/image_decoder.h"
 #include "platform/serial_line.h"
 #include "platform/socket.h"
 #include "platform/text.h"
@@ -27,6 +28,7 @@ class Slot {
 
 Slot<ClockOps> clock_slot;
 Slot<DeviceFileOps> device_file_slot;
+Slot<ImageDecoderOps> image_decoder_slot;
 Slot<SerialLineOps> serial_line_slot;
 Slot<SocketOps> socket_slot;
 Slot<TextOps> text_slot;
@@ -45,6 +47,13 @@ const DeviceFileOps& device_file() {
 }
 const DeviceFileOps* install_device_file(const DeviceFileOps* ops) {
   return device_file_slot.install(ops);
+}
+
+const ImageDecoderOps& image_decoder() {
+  return image_decoder_slot.get(native_image_decoder());
+}
+const ImageDecoderOps* install_image_decoder(const ImageDecoderOps* ops) {
+  return image_decoder_slot.install(ops);
 }
 
 const SerialLineOps& serial_line() {

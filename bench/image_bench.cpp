@@ -1,0 +1,227 @@
+// Image command costs: a whole PrintImage / DefineNVImage (size probe, decode,
+// error diffusion, encoding and the write to a file port), the conversion on
+// its own, decoding on its own, and the error diffusion against a plain pass
+// over the same decoded pixels.
+//
+// Two photo-like 24-bit PNG pictures are generated at start in the temporary
+// directory: 576 x 2000 (a full 80 mm receipt line) and 1680 x 2303 (the
+// widest label line, as tall as a raster command allows).
+#include <benchmark/benchmark.h>
+#include <png.h>
+#include <vorn/vorn.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "image/conversion.h"
+#include "image/dither.h"
+#include "image/loaded_image.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Picture {
+  int width;
+  int height;
+  fs::path path;
+};
+
+Picture g_receipt{576, 2000, {}};
+Picture g_label{1680, 2303, {}};
+
+// Smooth shading with detail and a little sensor noise: compresses and
+// dithers like a photograph rather than like flat artwork.
+void photo_row(int width, int y, uint32_t* noise_state, std::vector<uint8_t>* row) {
+  row->resize(static_cast<size_t>(width) * 3);
+  for (int x = 0; x < width; ++x) {
+    for (int c = 0; c < 3; ++c) {
+      uint32_t& s = *noise_state;
+      s ^= s << 13;
+      s ^= s >> 17;
+      s ^= s << 5;
+      const double shade = 128 + 80 * std::sin(x * 0.011 + c) * std::cos(y * 0.006 - c * 0.5) +
+                           30 * std::sin((x + 2 * y) * 0.043) + static_cast<int>(s % 13) - 6;
+      (*row)[static_cast<size_t>(x) * 3 + c] = static_cast<uint8_t>(shade < 0     ? 0
+                                                                    : shade > 255 ? 255
+                                                                                  : shade);
+    }
+  }
+}
+
+bool write_rows(png_structp png, png_infop info, FILE* file, const Picture* picture) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_init_io(png, file);
+  png_set_IHDR(png, info, picture->width, picture->height, 8, PNG_COLOR_TYPE_RGB,
+               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  uint32_t noise = 2463534242u;
+  std::vector<uint8_t> row;
+  for (int y = 0; y < picture->height; ++y) {
+    photo_row(picture->width, y, &noise, &row);
+    png_write_row(png, row.data());
+  }
+  png_write_end(png, nullptr);
+  return true;
+}
+
+bool write_picture(Picture* picture) {
+  picture->path = fs::temp_directory_path() / ("vorn-bench-" + std::to_string(picture->width) +
+                                               "x" + std::to_string(picture->height) + ".png");
+  FILE* file = std::fopen(picture->path.c_str(), "wb");
+  if (file == nullptr) return false;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  const bool written = write_rows(png, info, file, picture);
+  png_destroy_write_struct(&png, &info);
+  std::fclose(file);
+  return written;
+}
+
+std::u16string wide(const fs::path& path) {
+  const std::string s = path.string();
+  return {s.begin(), s.end()};
+}
+
+Picture& picture_for(const benchmark::State& state) {
+  return state.range(0) == 0 ? g_receipt : g_label;
+}
+
+void set_label(benchmark::State& state, const Picture& picture) {
+  state.SetLabel(std::to_string(picture.width) + "x" + std::to_string(picture.height));
+  state.SetItemsProcessed(state.iterations() * int64_t{picture.width} * picture.height);
+}
+
+// A printer whose port is an existing file, as an application would drive it.
+class FilePrinter {
+ public:
+  explicit FilePrinter(const char16_t* model) {
+    out_ = fs::temp_directory_path() / "vorn-bench-port.prn";
+    std::ofstream(out_, std::ios::trunc).close();
+    if (PrinterCreator(&printer_, model) != 0) return;
+    const std::u16string port = u"vorn:/dev/bus/LPT/" + wide(out_);
+    ready_ = PortOpen(printer_, port.c_str()) == 0;
+  }
+  ~FilePrinter() {
+    if (printer_ != nullptr) PrinterDestroy(printer_);
+    std::error_code ignored;
+    fs::remove(out_, ignored);
+  }
+  bool ready() const { return ready_; }
+  VORN_PRINTER get() const { return printer_; }
+
+ private:
+  fs::path out_;
+  VORN_PRINTER printer_ = nullptr;
+  bool ready_ = false;
+};
+
+void BM_PrintImage_Receipt(benchmark::State& state) {
+  FilePrinter printer(u"VR-T80A");  // 576 dots per line
+  if (!printer.ready()) return state.SkipWithError("no printer on a file port");
+  const std::u16string path = wide(g_receipt.path);
+  for (auto _ : state) {
+    const int32_t result = PrintImage(printer.get(), path.c_str(), 0);
+    if (result != 0) return state.SkipWithError(("PrintImage: " + std::to_string(result)).c_str());
+  }
+  set_label(state, g_receipt);
+}
+BENCHMARK(BM_PrintImage_Receipt)->Unit(benchmark::kMillisecond);
+
+void BM_DefineNVImage_Label(benchmark::State& state) {
+  FilePrinter printer(u"VR-W210A");  // 1680 dots per line
+  if (!printer.ready()) return state.SkipWithError("no printer on a file port");
+  const std::u16string path = wide(g_label.path);
+  for (auto _ : state) {
+    const int32_t result = DefineNVImage(printer.get(), path.c_str(), 0x30, 0x31);
+    if (result != 0)
+      return state.SkipWithError(("DefineNVImage: " + std::to_string(result)).c_str());
+  }
+  set_label(state, g_label);
+}
+BENCHMARK(BM_DefineNVImage_Label)->Unit(benchmark::kMillisecond);
+
+// Decode and error diffusion into a zero-filled buffer, as a command runs it.
+void BM_ConvertToRaster(benchmark::State& state) {
+  const Picture& picture = picture_for(state);
+  const std::u16string path = wide(picture.path);
+  std::vector<uint8_t> out(vorn::image::raster_bytes(picture.width, picture.height));
+  for (auto _ : state) {
+    std::memset(out.data(), 0, out.size());
+    const int32_t result =
+        vorn::image::convert_to_raster(path.c_str(), picture.width, picture.height, out.data());
+    if (result != 0) return state.SkipWithError("conversion failed");
+    benchmark::DoNotOptimize(out.data());
+  }
+  set_label(state, picture);
+}
+BENCHMARK(BM_ConvertToRaster)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+void BM_Decode(benchmark::State& state) {
+  const Picture& picture = picture_for(state);
+  const std::u16string path = wide(picture.path);
+  for (auto _ : state) {
+    vorn::image::LoadedImage image;
+    if (image.load(path.c_str()) != 0) return state.SkipWithError("load failed");
+    benchmark::DoNotOptimize(image.width());
+  }
+  set_label(state, picture);
+}
+BENCHMARK(BM_Decode)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// The error diffusion alone, on an image decoded once.
+void BM_Dither(benchmark::State& state) {
+  const Picture& picture = picture_for(state);
+  vorn::image::LoadedImage image;
+  if (image.load(wide(picture.path).c_str()) != 0) return state.SkipWithError("load failed");
+  std::vector<uint8_t> out(vorn::image::raster_bytes(picture.width, picture.height));
+  for (auto _ : state) {
+    std::memset(out.data(), 0, out.size());
+    if (vorn::image::diffuse_errors(image, out.data()) != 0) return state.SkipWithError("-9");
+    benchmark::DoNotOptimize(out.data());
+  }
+  set_label(state, picture);
+}
+BENCHMARK(BM_Dither)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// The yardstick for the diffusion: the same rows fetched the same way, each
+// pixel read once and written once (its channel sum), nothing else.
+void BM_PlainPixelPass(benchmark::State& state) {
+  const Picture& picture = picture_for(state);
+  vorn::image::LoadedImage image;
+  if (image.load(wide(picture.path).c_str()) != 0) return state.SkipWithError("load failed");
+  std::vector<vorn::platform::Rgb> row(picture.width);
+  std::vector<uint16_t> sums(static_cast<size_t>(picture.width) * picture.height);
+  for (auto _ : state) {
+    uint16_t* out = sums.data();
+    for (int32_t y = 0; y < picture.height; ++y) {
+      image.pixel_row(y, row.data());
+      for (const auto& p : row) *out++ = static_cast<uint16_t>(p.red + p.green + p.blue);
+    }
+    benchmark::DoNotOptimize(sums.data());
+    benchmark::ClobberMemory();
+  }
+  set_label(state, picture);
+}
+BENCHMARK(BM_PlainPixelPass)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (!write_picture(&g_receipt) || !write_picture(&g_label)) {
+    std::fprintf(stderr, "cannot write the test pictures\n");
+    return 1;
+  }
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  std::error_code ignored;
+  fs::remove(g_receipt.path, ignored);
+  fs::remove(g_label.path, ignored);
+  return 0;
+}

@@ -1,0 +1,235 @@
+// PNG through libpng. 1-bit images (palette or gray) keep their packed rows
+// and two colour table entries; everything else becomes 8-bit RGBA, which is
+// composited on white into the store.
+//
+// libpng reports errors by longjmp back to the setjmp of the function that
+// called it. The functions that call setjmp below therefore hold no C++
+// object with a destructor, change no local they read after the jump, and
+// call only C code and plain helpers between setjmp and return; everything
+// that owns memory lives in the caller.
+#include <png.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "platform/posix/image_store_posix.h"
+
+namespace vorn::platform {
+namespace {
+
+// Trivially destructible: it crosses longjmp.
+struct PngInput {
+  const uint8_t* data;
+  size_t size;
+  size_t position;
+};
+
+struct PngHeader {
+  png_uint_32 width;
+  png_uint_32 height;
+  int bit_depth;
+  int colour_type;
+  int interlace;
+};
+
+void read_bytes(png_structp png, png_bytep out, size_t count) {
+  auto* input = static_cast<PngInput*>(png_get_io_ptr(png));
+  if (count > input->size - input->position) png_error(png, "file ends early");
+  std::memcpy(out, input->data + input->position, count);
+  input->position += count;
+}
+
+// Errors end the decoding silently: the caller turns them into one error
+// number, and the application's standard error is none of the library's
+// business. Warnings (unknown chunks, odd but harmless values) are no
+// failures at all.
+[[noreturn]] void fail(png_structp png, png_const_charp) {
+  png_longjmp(png, 1);
+}
+void ignore_warning(png_structp, png_const_charp) {}
+
+bool read_header(png_structp png, png_infop info, PngHeader* header) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_info(png, info);
+  png_get_IHDR(png, info, &header->width, &header->height, &header->bit_depth, &header->colour_type,
+               &header->interlace, nullptr, nullptr);
+  return true;
+}
+
+void composite_row(const uint8_t* rgba, uint8_t* rgb, png_uint_32 width) {
+  for (png_uint_32 x = 0; x < width; ++x, rgba += 4, rgb += 3) {
+    const uint32_t alpha = rgba[3];
+    if (alpha == 255) {
+      rgb[0] = rgba[0];
+      rgb[1] = rgba[1];
+      rgb[2] = rgba[2];
+    } else {
+      rgb[0] = on_white(rgba[0], alpha);
+      rgb[1] = on_white(rgba[1], alpha);
+      rgb[2] = on_white(rgba[2], alpha);
+    }
+  }
+}
+
+// Packed 1-bit rows as the file has them, most significant bit leftmost.
+bool read_one_bit_rows(png_structp png, png_infop info, ImageStore* store) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  const int passes = png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  for (int pass = 0; pass < passes; ++pass) {
+    for (int32_t y = 0; y < store->height; ++y) png_read_row(png, store->row(y), nullptr);
+  }
+  return true;
+}
+
+void ask_for_rgba(png_structp png, const PngHeader& header) {
+  png_set_expand(png);  // palette and low-depth gray to 8 bits, tRNS to alpha
+  png_set_scale_16(png);
+  if (header.colour_type == PNG_COLOR_TYPE_GRAY ||
+      header.colour_type == PNG_COLOR_TYPE_GRAY_ALPHA) {
+    png_set_gray_to_rgb(png);
+  }
+  png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+}
+
+// Non-interlaced: one RGBA row at a time through `rgba_row`.
+bool read_rgba_rows(png_structp png, png_infop info, const PngHeader* header, uint8_t* rgba_row,
+                    ImageStore* store) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  ask_for_rgba(png, *header);
+  png_read_update_info(png, info);
+  if (png_get_rowbytes(png, info) != static_cast<size_t>(header->width) * 4) {
+    png_error(png, "unexpected row layout");
+  }
+  for (int32_t y = 0; y < store->height; ++y) {
+    png_read_row(png, rgba_row, nullptr);
+    composite_row(rgba_row, store->row(y), header->width);
+  }
+  return true;
+}
+
+// Interlaced: the passes fill the whole RGBA image through `rows`.
+bool read_interlaced_rgba(png_structp png, png_infop info, const PngHeader* header, png_bytepp rows,
+                          ImageStore* store) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  ask_for_rgba(png, *header);
+  png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  if (png_get_rowbytes(png, info) != static_cast<size_t>(header->width) * 4) {
+    png_error(png, "unexpected row layout");
+  }
+  png_read_image(png, rows);
+  for (int32_t y = 0; y < store->height; ++y) composite_row(rows[y], store->row(y), header->width);
+  return true;
+}
+
+class PngReadStruct {
+ public:
+  PngReadStruct() {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore_warning);
+    if (png_ != nullptr) info_ = png_create_info_struct(png_);
+  }
+  ~PngReadStruct() {
+    if (png_ != nullptr)
+      png_destroy_read_struct(&png_, info_ != nullptr ? &info_ : nullptr, nullptr);
+  }
+  PngReadStruct(const PngReadStruct&) = delete;
+  PngReadStruct& operator=(const PngReadStruct&) = delete;
+  bool ready() const { return png_ != nullptr && info_ != nullptr; }
+  png_structp png() const { return png_; }
+  png_infop info() const { return info_; }
+
+ private:
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+};
+
+ColourEntry entry_on_white(uint8_t red, uint8_t green, uint8_t blue, uint8_t alpha) {
+  return {on_white(blue, alpha), on_white(green, alpha), on_white(red, alpha), 0};
+}
+
+// The two colour table entries of a 1-bit image, transparency composited on
+// white. An index the palette lacks reads as black.
+void one_bit_palette(png_structp png, png_infop info, const PngHeader& header, ImageStore* store) {
+  png_bytep trans_alpha = nullptr;
+  int trans_count = 0;
+  png_color_16p trans_colour = nullptr;
+  const bool has_trns =
+      png_get_tRNS(png, info, &trans_alpha, &trans_count, &trans_colour) & PNG_INFO_tRNS;
+  if (header.colour_type == PNG_COLOR_TYPE_PALETTE) {
+    png_colorp palette = nullptr;
+    int count = 0;
+    if (!(png_get_PLTE(png, info, &palette, &count) & PNG_INFO_PLTE)) count = 0;
+    for (int i = 0; i < 2; ++i) {
+      const png_color colour = i < count ? palette[i] : png_color{0, 0, 0};
+      const uint8_t alpha =
+          has_trns && trans_alpha != nullptr && i < trans_count ? trans_alpha[i] : uint8_t{255};
+      store->palette[i] = entry_on_white(colour.red, colour.green, colour.blue, alpha);
+    }
+    store->bits_per_pixel = 1;
+    return;
+  }
+  for (int i = 0; i < 2; ++i) {
+    const uint8_t level = i == 0 ? 0 : 255;
+    const bool transparent = has_trns && trans_colour != nullptr && (trans_colour->gray & 1) == i;
+    store->palette[i] = entry_on_white(level, level, level, transparent ? 0 : 255);
+  }
+  store->bits_per_pixel = 1;
+}
+
+int32_t reported_depth(const PngHeader& header, bool has_trns) {
+  switch (header.colour_type) {
+    case PNG_COLOR_TYPE_PALETTE:
+      return header.bit_depth == 8 ? 8 : 4;
+    case PNG_COLOR_TYPE_GRAY:
+      return has_trns ? 32 : (header.bit_depth == 16 ? 16 : 8);
+    case PNG_COLOR_TYPE_RGB:
+      return has_trns ? 32 : 24;
+    default:  // gray or colour with alpha
+      return 32;
+  }
+}
+
+}  // namespace
+
+int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
+  PngReadStruct reader;
+  if (!reader.ready()) return ENOMEM;
+  png_structp png = reader.png();
+  png_infop info = reader.info();
+  PngInput input{data, size, 0};
+  png_set_read_fn(png, &input, read_bytes);
+
+  PngHeader header{};
+  if (!read_header(png, info, &header)) return kUndecodableImage;
+  const bool one_bit = header.bit_depth == 1 && (header.colour_type == PNG_COLOR_TYPE_PALETTE ||
+                                                 header.colour_type == PNG_COLOR_TYPE_GRAY);
+  const int32_t result = store->allocate(header.width, header.height, one_bit);
+  if (result != 0) return result;
+
+  if (one_bit) {
+    one_bit_palette(png, info, header, store);
+    // libpng leaves the bits beyond the last pixel of a row as it finds them,
+    // and interlaced passes combine with what is there.
+    std::memset(store->pixels.get(), 0, store->stride * header.height);
+    return read_one_bit_rows(png, info, store) ? 0 : kUndecodableImage;
+  }
+  store->bits_per_pixel = reported_depth(header, png_get_valid(png, info, PNG_INFO_tRNS) != 0);
+  const size_t rgba_row_bytes = static_cast<size_t>(header.width) * 4;
+  if (header.interlace == PNG_INTERLACE_NONE) {
+    std::unique_ptr<uint8_t[]> rgba_row(new (std::nothrow) uint8_t[rgba_row_bytes]);
+    if (!rgba_row) return ENOMEM;
+    return read_rgba_rows(png, info, &header, rgba_row.get(), store) ? 0 : kUndecodableImage;
+  }
+  std::unique_ptr<uint8_t[]> rgba(new (std::nothrow) uint8_t[rgba_row_bytes * header.height]);
+  std::unique_ptr<png_bytep[]> rows(new (std::nothrow) png_bytep[header.height]);
+  if (!rgba || !rows) return ENOMEM;
+  // Passes after the first combine with what earlier passes left.
+  std::memset(rgba.get(), 0, rgba_row_bytes * header.height);
+  for (png_uint_32 y = 0; y < header.height; ++y) rows[y] = rgba.get() + y * rgba_row_bytes;
+  return read_interlaced_rgba(png, info, &header, rows.get(), store) ? 0 : kUndecodableImage;
+}
+
+}  // namespace vorn::platform
