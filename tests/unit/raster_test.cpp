@@ -55,7 +55,7 @@ class FakeImages {
     EXPECT_EQ(height, p.height);
     if (p.convert_result != 0) return p.convert_result;
     const size_t size = image::raster_bytes(width, height);
-    std::memcpy(out, p.dots.data(), std::min(size, p.dots.size()));
+    if (!p.dots.empty()) std::memcpy(out, p.dots.data(), std::min(size, p.dots.size()));
     return 0;
   }
   static int32_t columns(const VORN_WCHAR*, int32_t, int32_t, uint8_t*) {
@@ -75,6 +75,19 @@ void leave_pending(FakeSession& session, const std::vector<uint8_t>& bytes) {
   std::memcpy(c.buffer + c.length, bytes.data(), bytes.size());
   c.length += static_cast<uint32_t>(bytes.size());
 }
+
+// Keeps the command buffer from growing for the guard's lifetime; the buffer
+// goes back to growable so that destroying the handle frees it.
+class FixedBuffer {
+ public:
+  explicit FixedBuffer(FakeSession& session) : context_(session.context()) {
+    context_.growable = 0;
+  }
+  ~FixedBuffer() { context_.growable = 1; }
+
+ private:
+  printer::CommandContext& context_;
+};
 
 void remove_capability_record(FakeSession& session) {
   printer::destroy_capability_record(session.context().record);
@@ -290,7 +303,7 @@ TEST(PrintImage, CompressedRowsThatDoNotFitTakeBackTheHeader) {
   // bytes free: the header fits, the rows do not.
   images.add(u"p.png", {32, 2, hex("41 41 41 42  41 42 43 43")});
   printer::CommandContext& context = session.context();
-  context.growable = 0;
+  const FixedBuffer fixed(session);
   const std::vector<uint8_t> before(context.capacity - 12, 0x0A);
   leave_pending(session, before);
   EXPECT_EQ(PrintImage(session.handle(), u"p.png", 0), VORN_ERR_BUFFER_TOO_SMALL);
@@ -380,10 +393,10 @@ TEST(PrintBitMapData, NullDataIsRefused) {
 TEST(PrintBitMapData, FailureLeavesEarlierBytesAlone) {
   FakeSession session("VR-T82B");
   leave_pending(session, hex("1B 40"));
-  const uint8_t data[2] = {0, 0};
+  const uint8_t data[4] = {0, 0, 0, 0};
   EXPECT_EQ(PrintBitMapData(session.handle(), 4, 16, 1, data), VORN_ERR_PARAMETER);
   EXPECT_EQ(session.pending(), hex("1B 40"));
-  session.context().growable = 0;
+  const FixedBuffer fixed(session);
   leave_pending(session, std::vector<uint8_t>(session.context().capacity - 11, 0x0A));
   const std::vector<uint8_t> before = session.pending();
   EXPECT_EQ(PrintBitMapData(session.handle(), 0, 16, 2, data), VORN_ERR_BUFFER_TOO_SMALL);

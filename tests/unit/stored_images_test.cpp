@@ -56,7 +56,7 @@ class FakeImages {
     const Picture& p = active_->pictures_.at(path);
     active_->conversions.push_back(layout);
     if (p.convert_result != 0) return p.convert_result;
-    std::memcpy(out, p.dots.data(), std::min<uint64_t>(size, p.dots.size()));
+    if (!p.dots.empty()) std::memcpy(out, p.dots.data(), std::min<uint64_t>(size, p.dots.size()));
     return 0;
   }
   static int32_t raster(const VORN_WCHAR* path, int32_t width, int32_t height, uint8_t* out) {
@@ -77,6 +77,19 @@ void leave_pending(FakeSession& session, const std::vector<uint8_t>& bytes) {
   std::memcpy(c.buffer + c.length, bytes.data(), bytes.size());
   c.length += static_cast<uint32_t>(bytes.size());
 }
+
+// Keeps the command buffer from growing for the guard's lifetime; the buffer
+// goes back to growable so that destroying the handle frees it.
+class FixedBuffer {
+ public:
+  explicit FixedBuffer(FakeSession& session) : context_(session.context()) {
+    context_.growable = 0;
+  }
+  ~FixedBuffer() { context_.growable = 1; }
+
+ private:
+  printer::CommandContext& context_;
+};
 
 std::vector<uint8_t> head_of(const std::vector<uint8_t>& bytes, size_t count) {
   return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(std::min(count, bytes.size()))};
@@ -414,7 +427,7 @@ TEST(StoredImageDefinitions, NoRoomAndNoGrowthGivesMinus2) {
     FakeSession session("VR-T82B");
     FakeImages images;
     images.add(u"p.png", {64, 64});  // 512 data bytes in either layout
-    session.context().growable = 0;
+    const FixedBuffer fixed(session);
     EXPECT_EQ(define(session.handle()), VORN_ERR_BUFFER_TOO_SMALL);
     EXPECT_TRUE(session.pending().empty());
   }
