@@ -1,22 +1,30 @@
 // Error diffusion, rows top to bottom, each row left to right:
 //
 //   v <= 128: a dot, error e = v;   v > 128: no dot, error e = v - 255
-//   right neighbour            += e * 7 / 16
-//   below-left, below, below-right += e * 3 / 16, e * 5 / 16, e * 1 / 16
+//   right neighbour                 += e * 7 / 16
+//   below-left, below, below-right  += e * 3 / 16, e * 5 / 16, e * 1 / 16
 //
-// each share truncated toward zero (C++ integer division does exactly that)
-// and the work values never clamped. Integer sums do not depend on their
-// order, so instead of a work plane of the whole image two rows suffice: the
-// current row's value is its gray value plus what the row above passed down
-// plus what its left neighbour passed right, and the row below collects its
-// shares as the current row is visited. That gives the bits of the plain
-// rule at a fraction of its memory and time.
+// each share truncated toward zero and the work values never clamped.
+//
+// Integer sums do not depend on their order, so instead of a work plane of
+// the whole image one row of carried values suffices: a pixel's value is its
+// gray value plus what the row above passed down plus what its left
+// neighbour passed right. The shares for the row below are kept in two
+// registers until a cell below is complete (it has heard from its three
+// neighbours above) and then stored in place of the value just used. The
+// shares of every possible value come from one table. That gives the bits of
+// the plain rule at a fraction of its memory and time.
+//
+// The table's range: a value is a gray value (0 to 254) plus at most 7/16 +
+// 1/16 + 5/16 + 3/16 = 1 times the largest error magnitude M, and then its
+// error lies in [-M, 128] or [-126, M - 1]. Starting from no error at all, M
+// can never exceed 128, so every value lies in [-128, 382].
 #include "image/dither.h"
 
 #include <vorn/vorn.h>
 
-#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <new>
 
@@ -49,32 +57,87 @@ inline int32_t table_gray(const platform::Rgb& pixel) {
 
 constexpr int32_t kDotThreshold = 128;
 constexpr int32_t kPaper = 255;
+constexpr int32_t kLowestValue = -128;
+constexpr int32_t kHighestValue = 382;
 
-// Visits one row. `incoming` holds what the row above passed down; `below`
-// (zero on entry, with one spare cell before and after) collects what this
-// row passes to the next. The shares to the spare cells and the right share
-// of the last pixel fall outside the image and are dropped, as the rule says.
-void diffuse_row(const platform::Rgb* pixels, const int32_t* incoming, int32_t* below,
-                 int32_t width, uint8_t* out) {
-  int32_t from_left = 0;
-  uint32_t bits = 0;
-  int32_t x = 0;
-  for (; x < width; ++x) {
-    const int32_t value = table_gray(pixels[x]) + incoming[x] + from_left;
-    const int32_t dot = value <= kDotThreshold;
-    // Without a branch: mid-gray areas make the outcome unpredictable.
-    const int32_t error = value - kPaper + kPaper * dot;
-    from_left = error * 7 / 16;
-    below[x - 1] += error * 3 / 16;
-    below[x] += error * 5 / 16;
-    below[x + 1] += error / 16;
-    bits = (bits << 1) | static_cast<uint32_t>(dot);
-    if ((x & 7) == 7) {
-      out[x >> 3] |= static_cast<uint8_t>(bits);
-      bits = 0;
-    }
+// What a visited value passes on, four signed 16-bit shares in one word:
+// right (bits 0-15), below-left (16-31), below (32-47), below-right (48-63).
+// One word per value keeps the table small and lets a value reach all four
+// shares with one index; the right share feeds the next value, and that
+// chain sets the pace of the whole conversion.
+using Shares = uint64_t;
+
+constexpr Shares pack_shares(int32_t error) {
+  // C++ integer division truncates toward zero, as the rule wants.
+  auto field = [](int32_t share, int shift) {
+    return static_cast<uint64_t>(static_cast<uint16_t>(share)) << shift;
+  };
+  return field(error * 7 / 16, 0) | field(error * 3 / 16, 16) | field(error * 5 / 16, 32) |
+         field(error / 16, 48);
+}
+constexpr int32_t share_at(Shares shares, int shift) {
+  return static_cast<int16_t>(static_cast<uint16_t>(shares >> shift));
+}
+
+constexpr std::array<Shares, kHighestValue - kLowestValue + 1> make_shares() {
+  std::array<Shares, kHighestValue - kLowestValue + 1> table{};
+  for (int32_t value = kLowestValue; value <= kHighestValue; ++value) {
+    table[value - kLowestValue] = pack_shares(value <= kDotThreshold ? value : value - kPaper);
   }
-  if ((x & 7) != 0) out[x >> 3] |= static_cast<uint8_t>(bits << (8 - (x & 7)));
+  return table;
+}
+
+constexpr auto kShares = make_shares();
+
+class RowDiffusion {
+ public:
+  RowDiffusion(const platform::Rgb* pixels, int32_t* carried)
+      : pixels_(pixels), carried_(carried) {}
+
+  // Visits pixel x; true when it becomes a dot.
+  bool visit(ptrdiff_t x) {
+    const ptrdiff_t value = ptrdiff_t{table_gray(pixels_[x]) + carried_[x]} + from_left_;
+    const Shares shares = kShares[value - kLowestValue];
+    from_left_ = share_at(shares, 0);
+    carried_[x - 1] = below_previous_ + share_at(shares, 16);
+    below_previous_ = below_current_ + share_at(shares, 32);
+    below_current_ = share_at(shares, 48);
+    return value <= kDotThreshold;
+  }
+  // After the last pixel x: the cell below it is complete.
+  void finish(ptrdiff_t x) { carried_[x] = below_previous_; }
+
+ private:
+  const platform::Rgb* pixels_;
+  int32_t* carried_;
+  ptrdiff_t from_left_ = 0;     // pointer-sized: it indexes the table without widening
+  int32_t below_previous_ = 0;  // the cell below x - 1, still missing x's share
+  int32_t below_current_ = 0;   // the cell below x, so far
+};
+
+// Visits one row. `carried` holds, on entry, what the row above passed to
+// each pixel and, on return, what this row passes to the row below; it has a
+// spare cell before the first pixel. The right share of the last pixel and
+// the below-left share of the first fall outside the image and are dropped,
+// as is the below-right share of the last. Whole bytes of dots are packed
+// eight pixels at a time.
+void diffuse_row(const platform::Rgb* pixels, int32_t* carried, int32_t width, uint8_t* out) {
+  RowDiffusion row(pixels, carried);
+  const ptrdiff_t whole_bytes = width / 8;
+  ptrdiff_t x = 0;
+  for (ptrdiff_t byte = 0; byte < whole_bytes; ++byte) {
+    uint32_t bits = 0;
+    for (int bit = 0; bit < 8; ++bit, ++x) bits = bits * 2 + (row.visit(x) ? 1 : 0);
+    out[byte] |= static_cast<uint8_t>(bits);
+  }
+  if (x < width) {
+    uint32_t bits = 0;
+    for (uint32_t mask = 0x80; x < width; ++x, mask >>= 1) {
+      if (row.visit(x)) bits |= mask;
+    }
+    out[whole_bytes] |= static_cast<uint8_t>(bits);
+  }
+  row.finish(width - 1);
 }
 
 }  // namespace
@@ -87,18 +150,13 @@ int32_t diffuse_errors(const LoadedImage& image, uint8_t* out) {
   const int32_t width = image.width();
   const int32_t height = image.height();
   if (width < 1 || height < 1) return VORN_OK;
-  const size_t cells = static_cast<size_t>(width) + 2;
-  std::unique_ptr<int32_t[]> work(new (std::nothrow) int32_t[2 * cells]());
+  std::unique_ptr<int32_t[]> carried(new (std::nothrow) int32_t[static_cast<size_t>(width) + 1]());
   std::unique_ptr<platform::Rgb[]> pixels(new (std::nothrow) platform::Rgb[width]);
-  if (!work || !pixels) return VORN_ERR_NO_MEMORY;
-  int32_t* incoming = work.get() + 1;
-  int32_t* below = incoming + cells;
+  if (!carried || !pixels) return VORN_ERR_NO_MEMORY;
   const size_t row_bytes = (static_cast<size_t>(width) + 7) / 8;
   for (int32_t y = 0; y < height; ++y) {
     image.pixel_row(y, pixels.get());
-    diffuse_row(pixels.get(), incoming, below, width, out + static_cast<size_t>(y) * row_bytes);
-    std::swap(incoming, below);
-    std::fill(below - 1, below - 1 + cells, 0);
+    diffuse_row(pixels.get(), carried.get() + 1, width, out + static_cast<size_t>(y) * row_bytes);
   }
   return VORN_OK;
 }

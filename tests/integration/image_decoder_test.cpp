@@ -75,8 +75,8 @@ bool write_png_rows(png_structp png, png_infop info, FILE* file, const PngLayout
     png_set_PLTE(png, info, layout->palette.data(), static_cast<int>(layout->palette.size()));
   }
   if (!layout->trans_alpha.empty()) {
-    png_set_tRNS(png, info, layout->trans_alpha.data(), static_cast<int>(layout->trans_alpha.size()),
-                 nullptr);
+    png_set_tRNS(png, info, layout->trans_alpha.data(),
+                 static_cast<int>(layout->trans_alpha.size()), nullptr);
   }
   png_write_info(png, info);
   png_write_image(png, rows);
@@ -155,9 +155,9 @@ void write_gif(const fs::path& path, const GifSpec& layout) {
     const GifByteType control[4] = {0x01, 0, 0, static_cast<GifByteType>(layout.transparent)};
     EXPECT_EQ(EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, 4, control), GIF_OK);
   }
-  EXPECT_EQ(
-      EGifPutImageDesc(gif, layout.left, layout.top, layout.width, layout.height, layout.interlaced, nullptr),
-      GIF_OK);
+  EXPECT_EQ(EGifPutImageDesc(gif, layout.left, layout.top, layout.width, layout.height,
+                             layout.interlaced, nullptr),
+            GIF_OK);
   std::vector<int> order;
   if (layout.interlaced) {
     for (auto [first, step] : {std::pair{0, 8}, {4, 8}, {2, 4}, {1, 2}}) {

@@ -84,44 +84,51 @@ bool read_one_bit_rows(png_structp png, png_infop info, ImageStore* store) {
   return true;
 }
 
-void ask_for_rgba(png_structp png, const PngHeader& header) {
+// Where colour rows go. Without transparency libpng delivers RGB straight
+// into the store; with it, RGBA rows that are then composited on white.
+struct ColourRows {
+  bool with_alpha;
+  uint8_t* rgba_row;  // non-interlaced with alpha: one row of work
+  png_bytepp rows;    // interlaced: the rows the passes fill (store or RGBA work)
+};
+
+void ask_for_colours(png_structp png, const PngHeader& header, bool with_alpha) {
   png_set_expand(png);  // palette and low-depth gray to 8 bits, tRNS to alpha
   png_set_scale_16(png);
   if (header.colour_type == PNG_COLOR_TYPE_GRAY ||
       header.colour_type == PNG_COLOR_TYPE_GRAY_ALPHA) {
     png_set_gray_to_rgb(png);
   }
-  png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+  if (with_alpha) png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
 }
 
-// Non-interlaced: one RGBA row at a time through `rgba_row`.
-bool read_rgba_rows(png_structp png, png_infop info, const PngHeader* header, uint8_t* rgba_row,
-                    ImageStore* store) {
+bool read_colour_rows(png_structp png, png_infop info, const PngHeader* header,
+                      const ColourRows* target, ImageStore* store) {
   if (setjmp(png_jmpbuf(png))) return false;
-  ask_for_rgba(png, *header);
-  png_read_update_info(png, info);
-  if (png_get_rowbytes(png, info) != static_cast<size_t>(header->width) * 4) {
-    png_error(png, "unexpected row layout");
-  }
-  for (int32_t y = 0; y < store->height; ++y) {
-    png_read_row(png, rgba_row, nullptr);
-    composite_row(rgba_row, store->row(y), header->width);
-  }
-  return true;
-}
-
-// Interlaced: the passes fill the whole RGBA image through `rows`.
-bool read_interlaced_rgba(png_structp png, png_infop info, const PngHeader* header, png_bytepp rows,
-                          ImageStore* store) {
-  if (setjmp(png_jmpbuf(png))) return false;
-  ask_for_rgba(png, *header);
+  ask_for_colours(png, *header, target->with_alpha);
   png_set_interlace_handling(png);
   png_read_update_info(png, info);
-  if (png_get_rowbytes(png, info) != static_cast<size_t>(header->width) * 4) {
+  const size_t channels = target->with_alpha ? 4 : 3;
+  if (png_get_rowbytes(png, info) != static_cast<size_t>(header->width) * channels) {
     png_error(png, "unexpected row layout");
   }
-  png_read_image(png, rows);
-  for (int32_t y = 0; y < store->height; ++y) composite_row(rows[y], store->row(y), header->width);
+  if (target->rows != nullptr) {
+    png_read_image(png, target->rows);
+    if (target->with_alpha) {
+      for (int32_t y = 0; y < store->height; ++y) {
+        composite_row(target->rows[y], store->row(y), header->width);
+      }
+    }
+    return true;
+  }
+  for (int32_t y = 0; y < store->height; ++y) {
+    if (target->with_alpha) {
+      png_read_row(png, target->rgba_row, nullptr);
+      composite_row(target->rgba_row, store->row(y), header->width);
+    } else {
+      png_read_row(png, store->row(y), nullptr);
+    }
+  }
   return true;
 }
 
@@ -216,20 +223,32 @@ int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
     std::memset(store->pixels.get(), 0, store->stride * header.height);
     return read_one_bit_rows(png, info, store) ? 0 : kUndecodableImage;
   }
-  store->bits_per_pixel = reported_depth(header, png_get_valid(png, info, PNG_INFO_tRNS) != 0);
+  const bool has_trns = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+  store->bits_per_pixel = reported_depth(header, has_trns);
+  ColourRows target{has_trns || (header.colour_type & PNG_COLOR_MASK_ALPHA) != 0, nullptr, nullptr};
   const size_t rgba_row_bytes = static_cast<size_t>(header.width) * 4;
+  std::unique_ptr<uint8_t[]> rgba;
+  std::unique_ptr<png_bytep[]> rows;
   if (header.interlace == PNG_INTERLACE_NONE) {
-    std::unique_ptr<uint8_t[]> rgba_row(new (std::nothrow) uint8_t[rgba_row_bytes]);
-    if (!rgba_row) return ENOMEM;
-    return read_rgba_rows(png, info, &header, rgba_row.get(), store) ? 0 : kUndecodableImage;
+    if (target.with_alpha) {
+      rgba.reset(new (std::nothrow) uint8_t[rgba_row_bytes]);
+      if (!rgba) return ENOMEM;
+      target.rgba_row = rgba.get();
+    }
+  } else {
+    // Passes after the first combine with what earlier passes left.
+    rows.reset(new (std::nothrow) png_bytep[header.height]);
+    if (!rows) return ENOMEM;
+    if (target.with_alpha) {
+      rgba.reset(new (std::nothrow) uint8_t[rgba_row_bytes * header.height]());
+      if (!rgba) return ENOMEM;
+    }
+    for (png_uint_32 y = 0; y < header.height; ++y) {
+      rows[y] = target.with_alpha ? rgba.get() + y * rgba_row_bytes : store->row(y);
+    }
+    target.rows = rows.get();
   }
-  std::unique_ptr<uint8_t[]> rgba(new (std::nothrow) uint8_t[rgba_row_bytes * header.height]);
-  std::unique_ptr<png_bytep[]> rows(new (std::nothrow) png_bytep[header.height]);
-  if (!rgba || !rows) return ENOMEM;
-  // Passes after the first combine with what earlier passes left.
-  std::memset(rgba.get(), 0, rgba_row_bytes * header.height);
-  for (png_uint_32 y = 0; y < header.height; ++y) rows[y] = rgba.get() + y * rgba_row_bytes;
-  return read_interlaced_rgba(png, info, &header, rows.get(), store) ? 0 : kUndecodableImage;
+  return read_colour_rows(png, info, &header, &target, store) ? 0 : kUndecodableImage;
 }
 
 }  // namespace vorn::platform
