@@ -12,82 +12,10 @@
 
 #include "image/conversion.h"
 #include "image/image_source.h"
-#include "support/fake_session.h"
+#include "support/fake_images.h"
 
 namespace vorn::test {
 namespace {
-
-// A picture the fake image source reports for one path.
-struct Picture {
-  int32_t width = 0;
-  int32_t height = 0;
-  std::vector<uint8_t> dots;  // start of the raster layout; the rest stays 0
-  int32_t probe_result = 0;   // non-zero: the load fails with this code
-  bool reports_size = true;   // false: a failed load that left no error
-  int32_t convert_result = 0;
-};
-
-class FakeImages {
- public:
-  FakeImages() {
-    active_ = this;
-    previous_ = image::install_image_source(&kSource);
-  }
-  ~FakeImages() {
-    image::install_image_source(previous_);
-    active_ = nullptr;
-  }
-  void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
-  int conversions = 0;
-
- private:
-  static int32_t probe(const VORN_WCHAR* path, int32_t* width, int32_t* height) {
-    const Picture& p = active_->pictures_.at(path);
-    if (p.probe_result != 0 || !p.reports_size) return p.probe_result;
-    *width = p.width;
-    *height = p.height;
-    return 0;
-  }
-  static int32_t raster(const VORN_WCHAR* path, int32_t width, int32_t height, uint8_t* out) {
-    const Picture& p = active_->pictures_.at(path);
-    ++active_->conversions;
-    EXPECT_EQ(width, p.width);
-    EXPECT_EQ(height, p.height);
-    if (p.convert_result != 0) return p.convert_result;
-    const size_t size = image::raster_bytes(width, height);
-    if (!p.dots.empty()) std::memcpy(out, p.dots.data(), std::min(size, p.dots.size()));
-    return 0;
-  }
-  static int32_t columns(const VORN_WCHAR*, int32_t, int32_t, uint8_t*) {
-    ADD_FAILURE() << "raster printing never asks for columns";
-    return -1;
-  }
-
-  static inline FakeImages* active_ = nullptr;
-  static constexpr image::ImageSource kSource = {probe, raster, columns};
-  const image::ImageSource* previous_ = nullptr;
-  std::map<std::u16string, Picture> pictures_;
-};
-
-// Leaves `bytes` waiting in the command buffer, as a failed write would.
-void leave_pending(FakeSession& session, const std::vector<uint8_t>& bytes) {
-  printer::CommandContext& c = session.context();
-  std::memcpy(c.buffer + c.length, bytes.data(), bytes.size());
-  c.length += static_cast<uint32_t>(bytes.size());
-}
-
-// Keeps the command buffer from growing for the guard's lifetime; the buffer
-// goes back to growable so that destroying the handle frees it.
-class FixedBuffer {
- public:
-  explicit FixedBuffer(FakeSession& session) : context_(session.context()) {
-    context_.growable = 0;
-  }
-  ~FixedBuffer() { context_.growable = 1; }
-
- private:
-  printer::CommandContext& context_;
-};
 
 void remove_capability_record(FakeSession& session) {
   printer::destroy_capability_record(session.context().record);

@@ -14,86 +14,10 @@
 
 #include "image/conversion.h"
 #include "image/image_source.h"
-#include "support/fake_session.h"
+#include "support/fake_images.h"
 
 namespace vorn::test {
 namespace {
-
-// A picture the fake image source reports for one path. The same bytes start
-// whichever layout is asked for; the rest of the layout stays 0.
-struct Picture {
-  int32_t width = 0;
-  int32_t height = 0;
-  std::vector<uint8_t> dots;
-  int32_t probe_result = 0;
-  int32_t convert_result = 0;
-};
-
-class FakeImages {
- public:
-  FakeImages() {
-    active_ = this;
-    previous_ = image::install_image_source(&kSource);
-  }
-  ~FakeImages() {
-    image::install_image_source(previous_);
-    active_ = nullptr;
-  }
-  void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
-  int probes = 0;
-  std::vector<std::string> conversions;  // "raster" or "columns", in order
-
- private:
-  static int32_t probe(const VORN_WCHAR* path, int32_t* width, int32_t* height) {
-    ++active_->probes;
-    const Picture& p = active_->pictures_.at(path);
-    if (p.probe_result != 0) return p.probe_result;
-    *width = p.width;
-    *height = p.height;
-    return 0;
-  }
-  static int32_t convert(const char* layout, uint64_t size, const VORN_WCHAR* path, uint8_t* out) {
-    const Picture& p = active_->pictures_.at(path);
-    active_->conversions.push_back(layout);
-    if (p.convert_result != 0) return p.convert_result;
-    if (!p.dots.empty()) std::memcpy(out, p.dots.data(), std::min<uint64_t>(size, p.dots.size()));
-    return 0;
-  }
-  static int32_t raster(const VORN_WCHAR* path, int32_t width, int32_t height, uint8_t* out) {
-    return convert("raster", image::raster_bytes(width, height), path, out);
-  }
-  static int32_t columns(const VORN_WCHAR* path, int32_t width, int32_t height, uint8_t* out) {
-    return convert("columns", image::column_bytes(width, height), path, out);
-  }
-
-  static inline FakeImages* active_ = nullptr;
-  static constexpr image::ImageSource kSource = {probe, raster, columns};
-  const image::ImageSource* previous_ = nullptr;
-  std::map<std::u16string, Picture> pictures_;
-};
-
-void leave_pending(FakeSession& session, const std::vector<uint8_t>& bytes) {
-  printer::CommandContext& c = session.context();
-  std::memcpy(c.buffer + c.length, bytes.data(), bytes.size());
-  c.length += static_cast<uint32_t>(bytes.size());
-}
-
-// Keeps the command buffer from growing for the guard's lifetime; the buffer
-// goes back to growable so that destroying the handle frees it.
-class FixedBuffer {
- public:
-  explicit FixedBuffer(FakeSession& session) : context_(session.context()) {
-    context_.growable = 0;
-  }
-  ~FixedBuffer() { context_.growable = 1; }
-
- private:
-  printer::CommandContext& context_;
-};
-
-std::vector<uint8_t> head_of(const std::vector<uint8_t>& bytes, size_t count) {
-  return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(std::min(count, bytes.size()))};
-}
 
 std::vector<uint8_t> joined(std::initializer_list<std::vector<uint8_t>> parts) {
   std::vector<uint8_t> all;
