@@ -1,6 +1,5 @@
-// The conversions of an image file to printer dots. Each loads the file anew
-// (the command loaded it once already for its size) and releases it before
-// returning.
+// The conversions of an image file to printer dots. Each loads the file (the
+// command learnt its size beforehand) and releases it before returning.
 #include "image/conversion.h"
 
 #include <memory>

@@ -12,16 +12,18 @@
 
 namespace vorn::image {
 
-// Loads the file to learn its size, then releases it. Returns 0 with the
-// size; a positive platform error number when the file cannot be loaded
-// (never 0 for a failed load on this platform).
+// Learns the file's size: from its headers when the decoder can read them
+// alone, else by loading it. Returns 0 with the size; a positive platform
+// error number when the file cannot be read or its headers decoded (never 0
+// for a failure on this platform). Damage in the pixels shows only in the
+// conversion.
 int32_t probe_size(const VORN_WCHAR* path, int32_t* width, int32_t* height);
 
-// Loads the file again and writes its raster layout into `out`, which the
+// Loads the file and writes its raster layout into `out`, which the
 // caller zero-filled and sized for `width` x `height` from probe_size: the
 // one-bit copy for 1-bit images, error diffusion otherwise. Returns 0, the
 // load failure code, -9 when the work plane cannot be had, or -25 when the
-// file no longer has the probed size (it changed between the two loads).
+// file no longer has the probed size (it changed since).
 int32_t convert_to_raster(const VORN_WCHAR* path, int32_t width, int32_t height, uint8_t* out);
 
 // The same for the column layout with the average threshold.

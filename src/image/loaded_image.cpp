@@ -105,12 +105,28 @@ void LoadedImage::pixel_row(int32_t y, platform::Rgb* out) const {
   for (int32_t x = 0; x < columns; ++x) out[x] = ops_->pixel(image_, x, y);
 }
 
-// The size probe: the file is loaded only to learn its size. A failed load
-// reports no size (0 x 0), so that a failure without an error number still
-// ends in the commands' size check.
+// The size probe. A decoder that can read a file's size from its headers is
+// asked for that; the pixels are decoded once, by the conversion, which
+// reports any damage in them. Otherwise the file is loaded to learn its
+// size. A failure reports no size (0 x 0), so that a failure without an
+// error number still ends in the commands' size check.
 int32_t probe_size(const VORN_WCHAR* path, int32_t* width, int32_t* height) {
   *width = 0;
   *height = 0;
+  const platform::ImageDecoderOps& ops = platform::image_decoder();
+  if (ops.measure != nullptr) {
+    const int32_t started = decoder_users().enter(ops);
+    if (started != 0) return started;
+    int32_t measured_width = 0;
+    int32_t measured_height = 0;
+    const int32_t result =
+        ops.measure(reinterpret_cast<const char16_t*>(path), &measured_width, &measured_height);
+    decoder_users().leave();
+    if (result != 0) return result;
+    *width = measured_width;
+    *height = measured_height;
+    return 0;
+  }
   LoadedImage image;
   const int32_t result = image.load(path);
   if (!image.loaded()) return result;

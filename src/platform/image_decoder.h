@@ -39,6 +39,12 @@ struct ImageDecoderOps {
   // positive number wherever the platform has one (a decoder that lost its
   // number may return 0 with `*out` null).
   int32_t (*load)(const char16_t* path, DecodedImage* out);
+  // The size `load` would give, learnt from the file's headers without
+  // decoding its pixels; or the error number `load` gives for a file whose
+  // headers are unusable. A file whose pixels are damaged is measured
+  // successfully and fails only when loaded. May be null: the size is then
+  // learnt by loading the file.
+  int32_t (*measure)(const char16_t* path, int32_t* width, int32_t* height);
   // Size in pixels, both at least 1 for a loaded image.
   int32_t (*width)(DecodedImage image);
   int32_t (*height)(DecodedImage image);

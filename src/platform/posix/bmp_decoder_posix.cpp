@@ -196,7 +196,7 @@ int32_t decode_bmp(const uint8_t* data, size_t size, ImageStore* store) {
   if (!read_layout(data, size, &layout)) return kUndecodableImage;
   const bool one_bit = layout.bits == 1;
   const int32_t result = store->allocate(layout.width, layout.height, one_bit);
-  if (result != 0) return result;
+  if (result != 0 || store->size_only) return result;
   store->bits_per_pixel = static_cast<int32_t>(layout.bits);
   if (one_bit) {
     store->palette[0] = palette_entry(data, layout, 0);

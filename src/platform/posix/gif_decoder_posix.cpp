@@ -85,7 +85,7 @@ int32_t read_frame(GifFileType* gif, int transparent, ImageStore* store) {
   const int64_t width = std::max<int64_t>(gif->SWidth, int64_t{frame.Left} + frame.Width);
   const int64_t height = std::max<int64_t>(gif->SHeight, int64_t{frame.Top} + frame.Height);
   int32_t result = store->allocate(width, height, false);
-  if (result != 0) return result;
+  if (result != 0 || store->size_only) return result;
   store->bits_per_pixel = 8;
   std::memset(store->pixels.get(), 0xFF, store->stride * static_cast<size_t>(store->height));
 

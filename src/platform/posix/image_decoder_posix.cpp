@@ -28,8 +28,10 @@ int32_t ImageStore::allocate(int64_t new_width, int64_t new_height, bool packed_
   if (pixel_count > kMaxImagePixels) return ENOMEM;
   const size_t new_stride = packed_one_bit ? (static_cast<size_t>(new_width) + 7) / 8
                                            : static_cast<size_t>(new_width) * 3;
-  pixels.reset(new (std::nothrow) uint8_t[new_stride * static_cast<size_t>(new_height)]);
-  if (!pixels) return ENOMEM;
+  if (!size_only) {
+    pixels.reset(new (std::nothrow) uint8_t[new_stride * static_cast<size_t>(new_height)]);
+    if (!pixels) return ENOMEM;
+  }
   width = static_cast<int32_t>(new_width);
   height = static_cast<int32_t>(new_height);
   one_bit = packed_one_bit;
@@ -100,27 +102,42 @@ int32_t decode(const uint8_t* data, size_t size, ImageStore* store) {
   return kUndecodableImage;
 }
 
-int32_t load_file(const char16_t* path, DecodedImage* out) {
+// Reads and decodes the file into `store` (only its size when the store
+// says so); 0 or an error number.
+int32_t decode_file(const char16_t* path, ImageStore* store) {
   if (path == nullptr) return EINVAL;
   std::string name;
   // No UTF-8 name can hold an unpaired surrogate, so no such file exists.
   if (!utf16_to_utf8(path, &name)) return ENOENT;
   std::unique_ptr<uint8_t[]> bytes;
   size_t size = 0;
-  int32_t result = read_file(name, &bytes, &size);
+  const int32_t result = read_file(name, &bytes, &size);
   if (result != 0) return result;
-  std::unique_ptr<ImageStore> store(new (std::nothrow) ImageStore);
-  if (!store) return ENOMEM;
-  result = decode(bytes.get(), size, store.get());
-  if (result != 0) return result;
-  *out = store.release();
-  return 0;
+  return decode(bytes.get(), size, store);
 }
 
 int32_t load(const char16_t* path, DecodedImage* out) {
   *out = nullptr;
   try {
-    return load_file(path, out);
+    std::unique_ptr<ImageStore> store(new (std::nothrow) ImageStore);
+    if (!store) return ENOMEM;
+    const int32_t result = decode_file(path, store.get());
+    if (result == 0) *out = store.release();
+    return result;
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  }
+}
+
+int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
+  try {
+    ImageStore store;
+    store.size_only = true;
+    const int32_t result = decode_file(path, &store);
+    if (result != 0) return result;
+    *width = store.width;
+    *height = store.height;
+    return 0;
   } catch (const std::bad_alloc&) {
     return ENOMEM;
   }
@@ -192,6 +209,7 @@ constexpr ImageDecoderOps kPosixImageDecoder{
     .start = nullptr,
     .stop = nullptr,
     .load = load,
+    .measure = measure,
     .width = width,
     .height = height,
     .bits_per_pixel = bits_per_pixel,

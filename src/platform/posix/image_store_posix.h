@@ -36,13 +36,17 @@ struct ImageStore {
   // depth of the file's own pixel format (4, 8, 16, 24 or 32).
   int32_t bits_per_pixel = 0;
   bool one_bit = false;
+  // Set before decoding when only the size is wanted: `allocate` then records
+  // the size without making room, and the readers stop there.
+  bool size_only = false;
   ColourEntry palette[2];
   size_t stride = 0;
   std::unique_ptr<uint8_t[]> pixels;
 
   // Makes room for `width` x `height` pixels of the given kind; the pixels
   // are left undefined. Returns 0, ENOMEM, or kUndecodableImage for a size
-  // below 1.
+  // below 1. With `size_only` it checks and records the size but makes no
+  // room.
   int32_t allocate(int64_t new_width, int64_t new_height, bool packed_one_bit);
   uint8_t* row(int32_t y) { return pixels.get() + static_cast<size_t>(y) * stride; }
   const uint8_t* row(int32_t y) const { return pixels.get() + static_cast<size_t>(y) * stride; }

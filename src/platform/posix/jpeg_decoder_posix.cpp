@@ -120,7 +120,7 @@ int32_t decode_jpeg(const uint8_t* data, size_t size, ImageStore* store) {
   const jpeg_decompress_struct& info = reader->info;
   const bool cmyk = info.out_color_space == JCS_CMYK;
   const int32_t result = store->allocate(info.output_width, info.output_height, false);
-  if (result != 0) return result;
+  if (result != 0 || store->size_only) return result;
   store->bits_per_pixel = cmyk ? 32 : info.num_components == 1 ? 8 : 24;
   std::unique_ptr<uint8_t[]> cmyk_row;
   if (cmyk) {

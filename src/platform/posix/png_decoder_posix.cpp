@@ -214,7 +214,7 @@ int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
   const bool one_bit = header.bit_depth == 1 && (header.colour_type == PNG_COLOR_TYPE_PALETTE ||
                                                  header.colour_type == PNG_COLOR_TYPE_GRAY);
   const int32_t result = store->allocate(header.width, header.height, one_bit);
-  if (result != 0) return result;
+  if (result != 0 || store->size_only) return result;
 
   if (one_bit) {
     one_bit_palette(png, info, header, store);
