@@ -263,7 +263,8 @@ int version(const CommandLine& line) {
     std::string text;
     for (int32_t part : parts) {
       if (part == kUnset) break;
-      text += (text.empty() ? "" : ".") + std::to_string(part);
+      if (!text.empty()) text += '.';
+      text += std::to_string(part);
     }
     std::printf("firmware version: %s\n", text.empty() ? "not given by this model" : text.c_str());
   });

@@ -55,7 +55,10 @@ std::string data_words(Bytes data) {
   for (uint8_t b : data) {
     if (b < 0x20 || b == 0x7F) return "";
   }
-  return data.empty() ? "" : " " + quoted(data, 40);
+  if (data.empty()) return "";
+  std::string words = " ";
+  words += quoted(data, 40);
+  return words;
 }
 
 std::string print_mode(Bytes c) {
