@@ -16,6 +16,7 @@
 
 namespace {
 
+using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
 
 long ms_since(Clock::time_point start) {
@@ -23,96 +24,82 @@ long ms_since(Clock::time_point start) {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
-class Pty {
- public:
-  Pty() {
+class SerialPty : public ::testing::Test {
+ protected:
+  SerialPty() {
     char name[128] = {};
     EXPECT_EQ(openpty(&master_, &slave_, name, nullptr, nullptr), 0);
     path_ = name;
   }
-  ~Pty() {
+  ~SerialPty() override {
+    vorn_io_port_destroy(port_);
     close(master_);
     close(slave_);
   }
-  const std::string& path() const { return path_; }
-  int master() const { return master_; }
+
+  std::string uri(const char* rate = "9600") const {
+    return "vorn:/dev/bus/COM/" + path_ + "?baudrate=" + rate;
+  }
+  int32_t open(const char* rate = "9600") {
+    int32_t result = vorn_io_port_creator(&port_, uri(rate).c_str());
+    return result != 0 ? result : vorn_io_open(port_);
+  }
+  // The line takes new timeouts at open (or after a quick read).
+  void reopen_with(uint32_t interval, uint32_t read_constant, uint32_t write_constant = 2000) {
+    ASSERT_EQ(vorn_io_set_timeout(port_, interval, 0, read_constant, 0, write_constant, 2000), 0);
+    ASSERT_EQ(vorn_io_close(port_), 0);
+    ASSERT_EQ(vorn_io_open(port_), 0);
+  }
   termios slave_settings() const {
     termios settings{};
     EXPECT_EQ(tcgetattr(slave_, &settings), 0);
     return settings;
   }
-  void set_slave_settings(const termios& settings) const {
-    EXPECT_EQ(tcsetattr(slave_, TCSANOW, &settings), 0);
-  }
-  void send(const std::vector<uint8_t>& bytes) const {
+  void send(const Bytes& bytes) const {
     EXPECT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  // What the port wrote, waiting up to `wait_ms` for `count` bytes.
-  std::vector<uint8_t> receive(size_t count, int wait_ms = 2000) const {
-    std::vector<uint8_t> bytes;
+  // What the port wrote, waiting up to two seconds for `count` bytes.
+  Bytes receive(size_t count) const {
+    Bytes bytes;
     const auto start = Clock::now();
-    while (bytes.size() < count && ms_since(start) < wait_ms) {
+    while (bytes.size() < count && ms_since(start) < 2000) {
       pollfd p{master_, POLLIN, 0};
-      if (poll(&p, 1, 50) <= 0) continue;
       uint8_t chunk[4096];
-      ssize_t n = read(master_, chunk, sizeof chunk);
+      ssize_t n = poll(&p, 1, 50) > 0 ? read(master_, chunk, sizeof chunk) : 0;
       if (n > 0) bytes.insert(bytes.end(), chunk, chunk + n);
     }
     return bytes;
   }
+  std::string read_text() {
+    uint8_t buffer[16] = {};
+    uint32_t transferred = 0;
+    EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
+    return std::string(buffer, buffer + transferred);
+  }
 
- private:
-  int master_ = -1;
-  int slave_ = -1;
+  int master_ = -1, slave_ = -1;
   std::string path_;
-};
-
-// A port on the pseudo-terminal's slave side, destroyed with the object.
-class SerialPty : public ::testing::Test {
- protected:
-  ~SerialPty() override {
-    if (port_ != nullptr) vorn_io_port_destroy(port_);
-  }
-  int32_t open(const char* type = "COM", const char* rate = "9600") {
-    std::string uri =
-        std::string("vorn:/dev/bus/") + type + "/" + pty_.path() + "?baudrate=" + rate;
-    int32_t result = vorn_io_port_creator(&port_, uri.c_str());
-    if (result != 0) return result;
-    return vorn_io_open(port_);
-  }
-  // Small budgets so that silence costs little: read constant `read_constant`,
-  // read interval `interval`, no per-byte allowance.
-  void set_read_budget(uint32_t interval, uint32_t read_constant) {
-    ASSERT_EQ(vorn_io_set_timeout(port_, interval, 0, read_constant, 10, 2000, 2000), 0);
-    // The line takes new timeouts at open (or after a quick read).
-    ASSERT_EQ(vorn_io_close(port_), 0);
-    ASSERT_EQ(vorn_io_open(port_), 0);
-  }
-
-  Pty pty_;
   VORN_PORT port_ = nullptr;
 };
 
 TEST_F(SerialPty, OpenSetsTheLineTo8N1WithoutFlowControlAtTheBaudRate) {
-  struct Row {
+  const struct {
     const char* rate;
     speed_t speed;
-  };
-  const Row rows[] = {{"1200", B1200}, {"9600", B9600}, {"38400", B38400}, {"115200", B115200}};
-  for (const Row& row : rows) {
+  } rows[] = {{"1200", B1200}, {"9600", B9600}, {"38400", B38400}, {"115200", B115200}};
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
     // Start from a line set up for something else entirely.
-    termios before = pty_.slave_settings();
+    termios before = slave_settings();
     before.c_cflag = (before.c_cflag & ~(CSIZE | CLOCAL)) | CS7 | PARENB | CSTOPB | CRTSCTS;
     before.c_iflag |= IXON | IXOFF | ICRNL;
     before.c_lflag |= ICANON | ECHO;
     before.c_oflag |= OPOST;
-    cfsetispeed(&before, B300);
-    cfsetospeed(&before, B300);
-    pty_.set_slave_settings(before);
+    cfsetspeed(&before, B300);
+    ASSERT_EQ(tcsetattr(slave_, TCSANOW, &before), 0);
 
-    ASSERT_EQ(open("COM", row.rate), 0);
-    termios after = pty_.slave_settings();
+    ASSERT_EQ(open(row.rate), 0);
+    termios after = slave_settings();
     EXPECT_EQ(cfgetospeed(&after), row.speed);
     EXPECT_EQ(cfgetispeed(&after), row.speed);
     EXPECT_EQ(after.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
@@ -129,111 +116,80 @@ TEST_F(SerialPty, OpenSetsTheLineTo8N1WithoutFlowControlAtTheBaudRate) {
 TEST_F(SerialPty, BytesGoBothWaysUnchanged) {
   ASSERT_EQ(open(), 0);
   // Every byte value twice: line ends, XON/XOFF and control characters too.
-  std::vector<uint8_t> data(512);
+  Bytes data(512);
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i);
   uint32_t transferred = 0;
-  ASSERT_EQ(vorn_io_write(port_, data.data(), 0, static_cast<uint32_t>(data.size()), &transferred),
-            0);
+  ASSERT_EQ(vorn_io_write(port_, data.data(), 0, 512, &transferred), 0);
   EXPECT_EQ(transferred, data.size());
-  EXPECT_EQ(pty_.receive(data.size()), data);
+  EXPECT_EQ(receive(data.size()), data);
 
-  pty_.send(data);
-  std::vector<uint8_t> back(data.size());
+  send(data);
+  Bytes back(data.size());
   uint32_t total = 0;
   for (int reads = 0; reads < 20 && total < back.size(); ++reads) {
     uint32_t got = 0;
-    ASSERT_EQ(
-        vorn_io_read(port_, back.data(), total, static_cast<uint32_t>(back.size()) - total, &got),
-        0);
+    ASSERT_EQ(vorn_io_read(port_, back.data(), total, 512 - total, &got), 0);
     total += got;
   }
   EXPECT_EQ(back, data);
 }
 
-TEST_F(SerialPty, ReadOfASilentLineEndsAfterTheReadConstantWithNothing) {
+TEST_F(SerialPty, ReadEndsWhenTheLineFallsSilentForTheInterval) {
   ASSERT_EQ(open(), 0);
-  set_read_budget(20, 150);
-  uint8_t buffer[16];
-  uint32_t transferred = 99;
-  const auto start = Clock::now();
-  EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
-  const long elapsed = ms_since(start);
-  EXPECT_EQ(transferred, 0u);
-  EXPECT_GE(elapsed, 140);
-  EXPECT_LT(elapsed, 1500);
-}
-
-TEST_F(SerialPty, ReadEndsWhenTheLineFallsSilentAfterSomeBytes) {
-  ASSERT_EQ(open(), 0);
-  set_read_budget(100, 3000);
-  // Two bytes, a gap shorter than the interval, two more, then a gap longer
-  // than the interval before the last two.
+  reopen_with(100, 3000);
+  // A gap shorter than the interval, then one longer.
   std::thread printer([this] {
-    pty_.send({'a', 'b'});
+    send({'a', 'b'});
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    pty_.send({'c', 'd'});
+    send({'c', 'd'});
     std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    pty_.send({'e', 'f'});
+    send({'e', 'f'});
   });
-  uint8_t buffer[16] = {};
-  uint32_t transferred = 0;
   const auto start = Clock::now();
-  EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
-  const long elapsed = ms_since(start);
-  EXPECT_EQ(std::string(buffer, buffer + transferred), "abcd");
-  EXPECT_LT(elapsed, 380) << "the interval, not the read constant, ended the read";
+  EXPECT_EQ(read_text(), "abcd");
+  EXPECT_LT(ms_since(start), 380) << "the interval, not the read constant, ended the read";
   printer.join();
-  EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
-  EXPECT_EQ(std::string(buffer, buffer + transferred), "ef");
+  EXPECT_EQ(read_text(), "ef");
 }
 
 TEST_F(SerialPty, ReadexistTakesWhatIsThereAndLeavesTheReadBudgetAsItWas) {
   ASSERT_EQ(open(), 0);
-  set_read_budget(20, 300);
-  pty_.send({0x10, 0x04, 0x01});
+  reopen_with(20, 300);
+  send({0x10, 0x04, 0x01});
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   uint8_t buffer[8] = {};
   uint32_t transferred = 0;
   EXPECT_EQ(vorn_io_readexist(port_, buffer, 2, sizeof buffer, &transferred), 0);
-  EXPECT_EQ(transferred, 3u);
-  EXPECT_EQ(buffer[2], 0x10);
-  EXPECT_EQ(buffer[4], 0x01);
-
+  EXPECT_EQ(Bytes(buffer + 2, buffer + 2 + transferred), (Bytes{0x10, 0x04, 0x01}));
   // Nothing there: the short timeouts give up at once (6 bytes + 10 ms).
   auto start = Clock::now();
   EXPECT_EQ(vorn_io_readexist(port_, buffer, 2, sizeof buffer, &transferred), 0);
   EXPECT_EQ(transferred, 0u);
   EXPECT_LT(ms_since(start), 200);
-
-  // Afterwards a read waits its whole read constant again.
+  // Afterwards a silent line holds a read for the whole read constant again.
   start = Clock::now();
-  EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
-  EXPECT_EQ(transferred, 0u);
+  EXPECT_EQ(read_text(), "");
   EXPECT_GE(ms_since(start), 290);
+  EXPECT_LT(ms_since(start), 1500);
 }
 
 TEST_F(SerialPty, BytesWaitingBeforeOpenAreDiscarded) {
-  termios raw = pty_.slave_settings();
+  termios raw = slave_settings();
   cfmakeraw(&raw);
-  pty_.set_slave_settings(raw);
-  pty_.send({'o', 'l', 'd'});
+  ASSERT_EQ(tcsetattr(slave_, TCSANOW, &raw), 0);
+  send({'o', 'l', 'd'});
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   ASSERT_EQ(open(), 0);
-  set_read_budget(20, 100);
-  pty_.send({'n', 'e', 'w'});
-  uint8_t buffer[8] = {};
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_read(port_, buffer, 0, sizeof buffer, &transferred), 0);
-  EXPECT_EQ(std::string(buffer, buffer + transferred), "new");
+  reopen_with(20, 100);
+  send({'n', 'e', 'w'});
+  EXPECT_EQ(read_text(), "new");
 }
 
 TEST_F(SerialPty, WriteThatTheLineDoesNotTakeRunsOutOfTime) {
   ASSERT_EQ(open(), 0);
-  ASSERT_EQ(vorn_io_set_timeout(port_, 10, 5, 2000, 0, 100, 2000), 0);
-  ASSERT_EQ(vorn_io_close(port_), 0);
-  ASSERT_EQ(vorn_io_open(port_), 0);
+  reopen_with(10, 2000, 100);
   // Nobody reads the master side, so the terminal's buffers fill up.
-  std::vector<uint8_t> data(1 << 20, 0x55);
+  Bytes data(1 << 20, 0x55);
   uint32_t transferred = 0;
   const auto start = Clock::now();
   EXPECT_EQ(vorn_io_write(port_, data.data(), 0, static_cast<uint32_t>(data.size()), &transferred),
@@ -243,46 +199,24 @@ TEST_F(SerialPty, WriteThatTheLineDoesNotTakeRunsOutOfTime) {
   EXPECT_LT(ms_since(start), 2000);
 }
 
-TEST_F(SerialPty, BspPortIsASerialPortLikeCom) {
-  ASSERT_EQ(open("BSP", "19200"), 0);
-  const termios settings = pty_.slave_settings();
-  EXPECT_EQ(cfgetospeed(&settings), B19200);
-  const uint8_t init[] = {0x1B, 0x40};
-  uint32_t transferred = 0;
-  ASSERT_EQ(vorn_io_write(port_, init, 0, sizeof init, &transferred), 0);
-  EXPECT_EQ(pty_.receive(2), (std::vector<uint8_t>{0x1B, 0x40}));
-  uint32_t values[6] = {};
-  ASSERT_EQ(vorn_io_get_timeout(port_, values), 0);
-  EXPECT_EQ(values[4], 2000u);
-}
-
-TEST_F(SerialPty, LineIsNotShared) {
+TEST_F(SerialPty, OpenFailuresGiveTheirCodes) {
   ASSERT_EQ(open(), 0);
-  VORN_PORT second = nullptr;
-  std::string uri = "vorn:/dev/bus/COM/" + pty_.path() + "?baudrate=9600";
-  ASSERT_EQ(vorn_io_port_creator(&second, uri.c_str()), 0);
-  EXPECT_EQ(vorn_io_open(second), EBUSY);
-  EXPECT_EQ(vorn_io_port_destroy(second), 0);
-}
-
-TEST_F(SerialPty, MissingDeviceGivesTheSystemErrorAndStaysClosed) {
-  std::string uri = "vorn:/dev/bus/COM//dev/vorn-no-such-tty?baudrate=9600";
-  ASSERT_EQ(vorn_io_port_creator(&port_, uri.c_str()), 0);
-  EXPECT_EQ(vorn_io_open(port_), ENOENT);
+  VORN_PORT other = nullptr;
+  ASSERT_EQ(vorn_io_port_creator(&other, uri().c_str()), 0);
+  EXPECT_EQ(vorn_io_open(other), EBUSY) << "the line is not shared";
+  ASSERT_EQ(vorn_io_set_uri(other, "vorn:/dev/bus/COM//dev/vorn-no-such-tty?baudrate=9600"), 0);
+  EXPECT_EQ(vorn_io_open(other), ENOENT);
   uint8_t byte = 0;
   uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port_, &byte, 0, 1, &transferred), VORN_ERR_IO_NOT_OPEN);
-}
+  EXPECT_EQ(vorn_io_write(other, &byte, 0, 1, &transferred), VORN_ERR_IO_NOT_OPEN);
 
-TEST_F(SerialPty, FileThatIsNoTerminalFailsReadingTheLineSettings) {
   char name[] = "/tmp/vorn-not-a-tty-XXXXXX";
-  int fd = mkstemp(name);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  std::string uri = std::string("vorn:/dev/bus/COM/") + name + "?baudrate=9600";
-  ASSERT_EQ(vorn_io_port_creator(&port_, uri.c_str()), 0);
-  EXPECT_EQ(vorn_io_open(port_), VORN_ERR_IO_GET_ATTRIBUTES);
-  EXPECT_EQ(vorn_io_close(port_), 0);
+  close(mkstemp(name));
+  ASSERT_EQ(
+      vorn_io_set_uri(other, (std::string("vorn:/dev/bus/BSP/") + name + "?baudrate=9600").c_str()),
+      0);
+  EXPECT_EQ(vorn_io_open(other), VORN_ERR_IO_GET_ATTRIBUTES);
+  EXPECT_EQ(vorn_io_port_destroy(other), 0);
   unlink(name);
 }
 

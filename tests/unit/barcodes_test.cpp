@@ -1,212 +1,205 @@
-// PrintBarCode through the public API on a fake session.
+// PrintBarCode and PrintSymbol through the public API on a fake session.
 #include <gtest/gtest.h>
 #include <vorn/vorn.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "support/fake_session.h"
 
 namespace vorn::test {
 namespace {
 
-struct BarcodeCase {
-  const char* name;
-  int32_t type;
-  const char16_t* data;
-  int32_t width;
-  int32_t height;
-  int32_t alignment;
-  int32_t hri;
-  int32_t result;
-  const char* written;  // empty when nothing may reach the printer
-};
+using Call = std::function<int32_t(VORN_PRINTER)>;
 
-const BarcodeCase kBarcodeCases[] = {
-    {"code128_worked_example", 73, u"{B1234", 2, 80, 1, 2, 0,
+Call barcode(int32_t type, const char16_t* data, int32_t width, int32_t height, int32_t alignment,
+             int32_t hri) {
+  return [=](VORN_PRINTER h) { return PrintBarCode(h, type, data, width, height, alignment, hri); };
+}
+Call symbol(int32_t type, const char16_t* data, int32_t level, int32_t module, int32_t row_height,
+            int32_t alignment) {
+  return [=](VORN_PRINTER h) {
+    return PrintSymbol(h, type, data, level, module, row_height, alignment);
+  };
+}
+
+bool contains(const std::vector<uint8_t>& bytes, const std::string& part) {
+  const std::vector<uint8_t> needle = hex(part);
+  return std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end()) != bytes.end();
+}
+
+// PrintBarCode's two-dimensional types have no column, row or error-correction command.
+const char* const kBarcodePdf417 =
+    "1B 61 01 1D 28 6B 03 00 30 46 00 1D 28 6B 03 00 30 43 03 1D 28 6B 03 00 30 44 04"
+    " 1D 28 6B 05 00 30 50 30 41 42 1D 28 6B 03 00 30 51 30";
+
+const std::pair<Call, const char*> kAccepted[] = {
+    {barcode(73, u"{B1234", 2, 80, 1, 2),  // the worked example
      "1B 61 01 1D 77 02 1D 68 50 1D 48 02 1D 6B 49 06 7B 42 31 32 33 34"},
-    {"code39_form_a", 4, u"12345", 2, 80, 0, 0, 0,
-     "1B 61 00 1D 77 02 1D 68 50 1D 48 00 1D 6B 04 31 32 33 34 35 00"},
-    {"code39_form_b", 69, u"12345", 2, 80, 0, 0, 0,
-     "1B 61 00 1D 77 02 1D 68 50 1D 48 00 1D 6B 45 05 31 32 33 34 35"},
-    {"upca_form_a_lowest", 0, u"1", 1, 1, 48, 51, 0,
-     "1B 61 30 1D 77 01 1D 68 01 1D 48 33 1D 6B 00 31 00"},
-    {"codebar_form_a_highest", 6, u"1", 6, 255, 50, 48, 0,
-     "1B 61 32 1D 77 06 1D 68 FF 1D 48 30 1D 6B 06 31 00"},
-    {"upca_form_b_lowest", 65, u"1", 3, 3, 2, 3, 0,
-     "1B 61 02 1D 77 03 1D 68 03 1D 48 03 1D 6B 41 01 31"},
-    {"code93_form_b_unpacked", 72, u"{C12", 3, 3, 0, 0, 0,
+    // Lowest and highest values of form A (NUL-ended), lowest type of form B (counted).
+    {barcode(0, u"1", 1, 1, 48, 51), "1B 61 30 1D 77 01 1D 68 01 1D 48 33 1D 6B 00 31 00"},
+    {barcode(6, u"1", 6, 255, 50, 48), "1B 61 32 1D 77 06 1D 68 FF 1D 48 30 1D 6B 06 31 00"},
+    {barcode(65, u"1", 3, 3, 2, 3), "1B 61 02 1D 77 03 1D 68 03 1D 48 03 1D 6B 41 01 31"},
+    // Only CODE128 is packed. Width, height and alignment keep their low 8 bits.
+    {barcode(72, u"{C12", 3, 3, 0, 0),
      "1B 61 00 1D 77 03 1D 68 03 1D 48 00 1D 6B 48 04 7B 43 31 32"},
-    // Width, height and alignment keep only their low 8 bits.
-    {"width_257_is_1", 4, u"1", 257, 80, 0, 0, 0,
-     "1B 61 00 1D 77 01 1D 68 50 1D 48 00 1D 6B 04 31 00"},
-    {"alignment_257_is_1", 4, u"1", 2, 0x150, 257, 0, 0,
-     "1B 61 01 1D 77 02 1D 68 50 1D 48 00 1D 6B 04 31 00"},
-    {"height_256_is_0", 4, u"1", 2, 256, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"width_0", 4, u"1", 0, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"width_7", 4, u"1", 7, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"alignment_3", 4, u"1", 2, 80, 3, 0, VORN_ERR_PARAMETER, ""},
-    {"alignment_259_is_3", 4, u"1", 2, 80, 259, 0, VORN_ERR_PARAMETER, ""},
-    // The HRI position is checked whole: no cut to 8 bits.
-    {"hri_257_not_cut", 4, u"1", 2, 80, 0, 257, VORN_ERR_PARAMETER, ""},
-    {"hri_minus_1", 4, u"1", 2, 80, 0, -1, VORN_ERR_PARAMETER, ""},
-    {"hri_4", 4, u"1", 2, 80, 0, 4, VORN_ERR_PARAMETER, ""},
-    {"hri_47", 4, u"1", 2, 80, 0, 47, VORN_ERR_PARAMETER, ""},
-    {"hri_52", 4, u"1", 2, 80, 0, 52, VORN_ERR_PARAMETER, ""},
-    {"type_7", 7, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_64", 64, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_74", 74, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_100", 100, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_minus_1", -1, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_105", 105, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    {"type_269_not_cut", 269, u"1", 2, 80, 0, 0, VORN_ERR_PARAMETER, ""},
-    // Two-dimensional types: no column, row or error-correction command.
-    {"pdf417", 101, u"AB", 3, 4, 1, 99, 0,
-     "1B 61 01 1D 28 6B 03 00 30 46 00 1D 28 6B 03 00 30 43 03 1D 28 6B 03 00 30 44 04"
-     " 1D 28 6B 05 00 30 50 30 41 42 1D 28 6B 03 00 30 51 30"},
-    {"pdf417_second_value", 102, u"AB", 3, 4, 1, 99, 0,
-     "1B 61 01 1D 28 6B 03 00 30 46 00 1D 28 6B 03 00 30 43 03 1D 28 6B 03 00 30 44 04"
-     " 1D 28 6B 05 00 30 50 30 41 42 1D 28 6B 03 00 30 51 30"},
-    {"pdf417_row_height_1", 101, u"AB", 3, 1, 1, 0, VORN_ERR_PARAMETER, ""},
-    {"qr", 103, u"AB", 5, 0, 0, 99, 0,
+    {barcode(4, u"1", 257, 0x150, 257, 0), "1B 61 01 1D 77 01 1D 68 50 1D 48 00 1D 6B 04 31 00"},
+    {barcode(101, u"AB", 3, 4, 1, 99), kBarcodePdf417},
+    {barcode(102, u"AB", 3, 4, 1, 99), kBarcodePdf417},
+    {barcode(104, u"AB", 5, 0, 0, 99),
      "1B 61 00 1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 05"
      " 1D 28 6B 05 00 31 50 30 41 42 1D 28 6B 03 00 31 51 30"},
-    {"qr_second_value", 104, u"AB", 5, 0, 0, 99, 0,
-     "1B 61 00 1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 05"
-     " 1D 28 6B 05 00 31 50 30 41 42 1D 28 6B 03 00 31 51 30"},
-    {"qr_module_17", 103, u"AB", 17, 0, 0, 0, VORN_ERR_PARAMETER, ""},
+    {symbol(103, u"ABC", 0x131, 0x104, 99, 0x101),  // the worked example, arguments cut
+     "1B 61 01 1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 04 1D 28 6B 03 00 31 45 31"
+     " 1D 28 6B 06 00 31 50 30 41 42 43 1D 28 6B 03 00 31 51 30"},
+    {symbol(101, u"ABC", 0x38, 3, 4, 0),
+     "1B 61 00 1D 28 6B 03 00 30 41 00 1D 28 6B 03 00 30 42 00 1D 28 6B 03 00 30 43 03"
+     " 1D 28 6B 03 00 30 44 04 1D 28 6B 04 00 30 45 30 38 1D 28 6B 03 00 30 46 00"
+     " 1D 28 6B 06 00 30 50 30 41 42 43 1D 28 6B 03 00 30 51 30"},
+    {symbol(104, u"A", 0x33, 16, 0, 50),
+     "1B 61 32 1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 10 1D 28 6B 03 00 31 45 33"
+     " 1D 28 6B 04 00 31 50 30 41 1D 28 6B 03 00 31 51 30"},
 };
 
-class BarcodeTable : public ::testing::TestWithParam<BarcodeCase> {};
+TEST(BarcodesAndSymbols, SendTheirCommands) {
+  for (size_t i = 0; i < std::size(kAccepted); ++i) {
+    FakeSession session;
+    EXPECT_EQ(kAccepted[i].first(session.handle()), VORN_OK) << "case " << i;
+    EXPECT_EQ(session.take_written(), hex(kAccepted[i].second)) << "case " << i;
+  }
+}
 
-TEST_P(BarcodeTable, SendsCommandsOrNothing) {
-  const BarcodeCase& c = GetParam();
+// Type and HRI position are checked whole: 269 is not 13, 257 is not 1.
+const Call kRefused[] = {barcode(4, u"1", 2, 256, 0, 0),   barcode(4, u"1", 0, 80, 0, 0),
+                         barcode(4, u"1", 7, 80, 0, 0),    barcode(4, u"1", 2, 80, 3, 0),
+                         barcode(4, u"1", 2, 80, 0, 257),  barcode(4, u"1", 2, 80, 0, -1),
+                         barcode(4, u"1", 2, 80, 0, 4),    barcode(4, u"1", 2, 80, 0, 47),
+                         barcode(4, u"1", 2, 80, 0, 52),   barcode(-1, u"1", 2, 80, 0, 0),
+                         barcode(7, u"1", 2, 80, 0, 0),    barcode(64, u"1", 2, 80, 0, 0),
+                         barcode(74, u"1", 2, 80, 0, 0),   barcode(100, u"1", 2, 80, 0, 0),
+                         barcode(105, u"1", 2, 80, 0, 0),  barcode(269, u"1", 2, 80, 0, 0),
+                         barcode(101, u"AB", 3, 1, 1, 0),  barcode(103, u"AB", 17, 0, 0, 0),
+                         symbol(100, u"A", 0x31, 4, 0, 1), symbol(105, u"A", 0x31, 4, 0, 1),
+                         symbol(103, u"A", 0, 4, 0, 1),    symbol(103, u"A", 0x34, 4, 0, 1),
+                         symbol(103, u"A", 0x30, 0, 0, 1), symbol(103, u"A", 0x30, 17, 0, 1),
+                         symbol(101, u"A", 0x39, 3, 3, 1), symbol(101, u"A", 1, 3, 3, 1),
+                         symbol(101, u"A", 0x30, 1, 3, 1), symbol(101, u"A", 0x30, 9, 3, 1),
+                         symbol(101, u"A", 0x30, 3, 1, 1), symbol(101, u"A", 0x30, 3, 9, 1),
+                         symbol(103, u"A", 0x30, 4, 0, 3)};
+
+TEST(BarcodesAndSymbols, RefuseValuesOutOfRangeSendingNothing) {
   FakeSession session;
-  EXPECT_EQ(PrintBarCode(session.handle(), c.type, c.data, c.width, c.height, c.alignment, c.hri),
-            c.result);
-  EXPECT_EQ(session.take_written(), hex(c.written));
+  for (size_t i = 0; i < std::size(kRefused); ++i) {
+    EXPECT_EQ(kRefused[i](session.handle()), VORN_ERR_PARAMETER) << "case " << i;
+  }
+  EXPECT_EQ(PrintBarCode(session.handle(), 4, u"", 2, 80, 0, 0), EINVAL);
+  EXPECT_TRUE(session.take_written().empty());
   EXPECT_TRUE(session.pending().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(PrintBarCode, BarcodeTable, ::testing::ValuesIn(kBarcodeCases),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-struct PackingCase {
-  const char* name;
-  const char16_t* data;
-  const char* print_command;  // the GS k command with the packed data
-};
-
-const PackingCase kPackingCases[] = {
-    {"set_c_pairs", u"{C123456", "1D 6B 49 05 7B 43 0C 22 38"},
-    {"set_c_after_set_a", u"{A12{C3456", "1D 6B 49 08 7B 41 31 32 7B 43 22 38"},
-    {"no_brace_no_c_unchanged", u"ABC123", "1D 6B 49 06 41 42 43 31 32 33"},
-    {"set_b_unchanged", u"{B1234", "1D 6B 49 06 7B 42 31 32 33 34"},
-    // An odd last digit pairs with the terminating zero: 3 * 10 + (0 - 48).
-    {"odd_digits_at_end", u"{C123", "1D 6B 49 04 7B 43 0C EE"},
-    // ... or with the "{" that opens the next segment: 3 * 10 + (123 - 48).
-    {"odd_digits_before_next_segment", u"{C123{A4", "1D 6B 49 07 7B 43 0C 69 7B 41 34"},
-    {"set_c_without_digits", u"{C", "1D 6B 49 02 7B 43"},
-    {"single_byte_segments", u"{{{", "1D 6B 49 03 7B 7B 7B"},
-    // A first segment with C in second place is packed too, "{" or not.
-    {"first_segment_without_brace", u"1C2345", "1D 6B 49 04 31 43 17 2D"},
-    // Non-digits are not checked: ('A' - 48) * 10 + ('B' - 48) = 17 * 10 + 18.
-    {"letters_packed_unchecked", u"{CAB", "1D 6B 49 03 7B 43 BC"},
-};
-
-class Code128Packing : public ::testing::TestWithParam<PackingCase> {};
-
-TEST_P(Code128Packing, PacksCodeSetC) {
-  const PackingCase& c = GetParam();
-  FakeSession session;
-  ASSERT_EQ(PrintBarCode(session.handle(), 73, c.data, 2, 80, 0, 0), VORN_OK);
-  const std::vector<uint8_t> prefix = hex("1B 61 00 1D 77 02 1D 68 50 1D 48 00");
-  std::vector<uint8_t> expected = prefix;
-  const std::vector<uint8_t> command = hex(c.print_command);
-  expected.insert(expected.end(), command.begin(), command.end());
-  EXPECT_EQ(session.take_written(), expected);
+// Pairs of digits after "{C" become one byte. An odd last digit pairs with the
+// terminating zero, 3 * 10 + (0 - 48), or with the "{" of the next segment,
+// 3 * 10 + (123 - 48). A first segment is packed too, "{" or not.
+TEST(PrintBarCode, PacksCode128CodeSetC) {
+  const std::pair<const char16_t*, const char*> cases[] = {
+      {u"{C123456", "05 7B 43 0C 22 38"},
+      {u"{A12{C3456", "08 7B 41 31 32 7B 43 22 38"},
+      {u"{C123", "04 7B 43 0C EE"},
+      {u"{C123{A4", "07 7B 43 0C 69 7B 41 34"},
+      {u"{C", "02 7B 43"},
+      {u"{{{", "03 7B 7B 7B"},
+      {u"1C2345", "04 31 43 17 2D"}};
+  for (const auto& [data, command] : cases) {
+    FakeSession session;
+    ASSERT_EQ(PrintBarCode(session.handle(), 73, data, 2, 80, 0, 0), VORN_OK);
+    EXPECT_EQ(session.take_written(),
+              hex(std::string("1B 61 00 1D 77 02 1D 68 50 1D 48 00 1D 6B 49 ") + command));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(PrintBarCode, Code128Packing, ::testing::ValuesIn(kPackingCases),
-                         [](const auto& info) { return std::string(info.param.name); });
-
 TEST(PrintBarCode, QrSelectModelLeftOutOnlyFor0x1562) {
-  const char* qr_tail =
+  const std::string tail =
       "1D 28 6B 03 00 31 43 04 1D 28 6B 04 00 31 50 30 41 1D 28 6B 03 00 31 51 30";
   FakeSession k60("VR-K60A");  // 0x1562
   ASSERT_EQ(PrintBarCode(k60.handle(), 103, u"A", 4, 0, 0, 0), VORN_OK);
-  EXPECT_EQ(k60.take_written(), hex(std::string("1B 61 00 ") + qr_tail));
-
+  EXPECT_EQ(k60.take_written(), hex("1B 61 00 " + tail));
   FakeSession k58("VR-K58A");  // 0x1541, same flags
-  ASSERT_EQ(PrintBarCode(k58.handle(), 104, u"A", 4, 0, 0, 0), VORN_OK);
-  EXPECT_EQ(k58.take_written(), hex(std::string("1B 61 00 1D 28 6B 04 00 31 41 31 00 ") + qr_tail));
+  ASSERT_EQ(PrintBarCode(k58.handle(), 103, u"A", 4, 0, 0, 0), VORN_OK);
+  EXPECT_EQ(k58.take_written(), hex("1B 61 00 1D 28 6B 04 00 31 41 31 00 " + tail));
 }
 
-TEST(PrintBarCode, PageModeSendsNoJustificationAndChecksNone) {
+TEST(BarcodesAndSymbols, LengthFieldsMustHoldTheData) {
   FakeSession session;
-  ASSERT_EQ(SelectPageMode(session.handle()), VORN_OK);
-  session.take_written();
-  EXPECT_EQ(PrintBarCode(session.handle(), 69, u"12", 2, 80, 3, 2), VORN_OK);
-  EXPECT_EQ(session.take_written(), hex("1D 77 02 1D 68 50 1D 48 02 1D 6B 45 02 31 32"));
-  EXPECT_EQ(PrintBarCode(session.handle(), 103, u"A", 4, 0, 200, 0), VORN_OK);
-  EXPECT_EQ(session.take_written(), hex("1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 04"
-                                        " 1D 28 6B 04 00 31 50 30 41 1D 28 6B 03 00 31 51 30"));
-}
-
-TEST(PrintBarCode, FormBLengthAbove255IsRefused) {
-  FakeSession session;
-  EXPECT_EQ(PrintBarCode(session.handle(), 69, std::u16string(255, u'1').c_str(), 2, 80, 0, 0),
-            VORN_OK);
-  EXPECT_EQ(session.take_written().size(), 12u + 4 + 255);
-  EXPECT_EQ(PrintBarCode(session.handle(), 69, std::u16string(256, u'1').c_str(), 2, 80, 0, 0),
-            VORN_ERR_PARAMETER);
-  EXPECT_TRUE(session.take_written().empty());
-  // Packing counts: 2 + 508 / 2 = 256 bytes still do not fit the length byte,
-  // 2 + 506 / 2 = 255 do.
-  EXPECT_EQ(
-      PrintBarCode(session.handle(), 73, (u"{C" + std::u16string(508, u'1')).c_str(), 2, 80, 0, 0),
-      VORN_ERR_PARAMETER);
-  EXPECT_EQ(
-      PrintBarCode(session.handle(), 73, (u"{C" + std::u16string(506, u'1')).c_str(), 2, 80, 0, 0),
-      VORN_OK);
-  EXPECT_EQ(session.take_written().size(), 12u + 4 + 255);
-}
-
-TEST(PrintBarCode, ModelWithoutEscPosRefusesWithMinus3) {
-  FakeSession session("VR-L80A");
-  EXPECT_EQ(PrintBarCode(session.handle(), 4, u"1", 2, 80, 0, 0), VORN_ERR_COMMAND_NOT_SUPPORTED);
-  EXPECT_EQ(PrintBarCode(session.handle(), 103, u"1", 4, 0, 0, 0), VORN_ERR_COMMAND_NOT_SUPPORTED);
-  EXPECT_TRUE(session.take_written().empty());
-  EXPECT_TRUE(session.pending().empty());
-}
-
-TEST(PrintBarCode, EmptyDataFailsInConversion) {
-  FakeSession session;
-  EXPECT_EQ(PrintBarCode(session.handle(), 4, u"", 2, 80, 0, 0), EINVAL);
-  EXPECT_TRUE(session.take_written().empty());
-}
-
-// GS w, GS h and GS H were appended before GS k refused the type: all of it,
-// the justification included, goes again, and what was waiting stays.
-TEST(PrintBarCode, LateFailureLeavesBufferAsFound) {
-  FakeSession session;
-  session.device.write_script.push_back({.accept = 0, .error = EIO});
-  ASSERT_NE(PositionNextLabel(session.handle()), VORN_OK);
-  ASSERT_EQ(session.pending(), hex("1D 0C"));
-
-  EXPECT_EQ(PrintBarCode(session.handle(), 74, u"12345", 2, 80, 1, 2), VORN_ERR_PARAMETER);
-  EXPECT_EQ(PrintBarCode(session.handle(), 103, u"12345", 17, 80, 1, 2), VORN_ERR_PARAMETER);
-  EXPECT_EQ(session.pending(), hex("1D 0C"));
-  const printer::CommandContext& context = session.context();
-  for (uint32_t i = context.length; i < context.length + 40; ++i) {
-    EXPECT_EQ(context.buffer[i], 0) << "byte " << i;
+  auto print = [&](int32_t type, const std::u16string& data) {
+    return type < 100 ? PrintBarCode(session.handle(), type, data.c_str(), 2, 80, 0, 0)
+                      : PrintSymbol(session.handle(), type, data.c_str(), 0x30, 2, 2, 0);
+  };
+  EXPECT_EQ(print(69, std::u16string(255, u'1')), VORN_OK);
+  EXPECT_EQ(print(69, std::u16string(256, u'1')), VORN_ERR_PARAMETER);
+  // Packed: 2 + 508 / 2 = 256 bytes do not fit the length byte, 2 + 506 / 2 = 255 do.
+  EXPECT_EQ(print(73, u"{C" + std::u16string(508, u'1')), VORN_ERR_PARAMETER);
+  EXPECT_EQ(print(73, u"{C" + std::u16string(506, u'1')), VORN_OK);
+  EXPECT_EQ(session.take_written().size(), 2 * (12u + 4 + 255));
+  for (int32_t type : {101, 103}) {
+    EXPECT_EQ(print(type, std::u16string(65532, u'7')), VORN_OK) << type;
+    EXPECT_EQ(print(type, std::u16string(65533, u'7')), VORN_ERR_PARAMETER) << type;
   }
-  EXPECT_TRUE(session.take_written().empty());
+  // 300 bytes make the buffer grow, and the store command counts 303 = 0x12F.
+  ASSERT_EQ(print(103, std::u16string(300, u'A')), VORN_OK);
+  EXPECT_TRUE(contains(session.take_written(), "1D 28 6B 2F 01 31 50 30 41 41"));
+  // Three bytes per character in UTF-8 exceed the 2n + 2 bytes a Windows
+  // code page could need; the data is still taken whole.
+  const char* old = std::getenv("LC_ALL");
+  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
+  setenv("LC_ALL", "C.UTF-8", 1);
+  EXPECT_EQ(print(103, u"\u4E2D\u6587\u4E2D\u6587"), VORN_OK);
+  saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
+  EXPECT_TRUE(
+      contains(session.take_written(), "0F 00 31 50 30 E4 B8 AD E6 96 87 E4 B8 AD E6 96 87"));
+}
 
-  // The next successful call sends the waiting bytes ahead of its own.
-  ASSERT_EQ(PrintBarCode(session.handle(), 4, u"1", 2, 80, 0, 0), VORN_OK);
+TEST(BarcodesAndSymbols, PageModeSendsNoJustificationAndChecksNone) {
+  FakeSession session;
+  session.context().page_mode = 1;
+  EXPECT_EQ(PrintBarCode(session.handle(), 69, u"12", 2, 80, 3, 2), VORN_OK);
+  EXPECT_EQ(PrintSymbol(session.handle(), 103, u"A", 0x31, 4, 0, 3), VORN_OK);
   EXPECT_EQ(session.take_written(),
-            hex("1D 0C 1B 61 00 1D 77 02 1D 68 50 1D 48 00 1D 6B 04 31 00"));
+            hex("1D 77 02 1D 68 50 1D 48 02 1D 6B 45 02 31 32"
+                " 1D 28 6B 04 00 31 41 31 00 1D 28 6B 03 00 31 43 04 1D 28 6B 03 00 31 45 31"
+                " 1D 28 6B 04 00 31 50 30 41 1D 28 6B 03 00 31 51 30"));
+}
+
+TEST(BarcodesAndSymbols, FrameIsCheckedBeforeTheData) {
+  EXPECT_EQ(PrintBarCode(nullptr, 4, u"", 2, 80, 0, 0), VORN_ERR_INVALID_HANDLE);
+  EXPECT_EQ(PrintSymbol(nullptr, 103, u"", 0x31, 4, 0, 1), VORN_ERR_INVALID_HANDLE);
+  FakeSession closed;
+  ASSERT_EQ(PortClose(closed.handle()), VORN_OK);
+  EXPECT_EQ(PrintBarCode(closed.handle(), 4, u"", 2, 80, 0, 0), VORN_ERR_IO_NOT_OPEN);
+  EXPECT_EQ(PrintSymbol(closed.handle(), 103, u"", 0x31, 4, 0, 1), VORN_ERR_IO_NOT_OPEN);
+}
+
+// A call refused after some of its commands were appended takes all of them
+// back, zeroing them, and keeps what an earlier failed write left waiting:
+// GS k refusing the type after GS w, GS h and GS H; the QR Code module size
+// after select model; the fourth command of the PDF417 sequence.
+TEST(BarcodesAndSymbols, LateFailureLeavesBufferAsFound) {
+  for (const Call& call : {barcode(74, u"12345", 2, 80, 1, 2), barcode(103, u"1", 17, 80, 1, 2),
+                           symbol(101, u"ABC", 0x30, 3, 9, 1)}) {
+    FakeSession session;
+    session.device.write_script.push_back({.accept = 0, .error = EIO});
+    ASSERT_NE(PositionNextLabel(session.handle()), VORN_OK);
+    EXPECT_EQ(call(session.handle()), VORN_ERR_PARAMETER);
+    EXPECT_EQ(session.pending(), hex("1D 0C"));
+    const printer::CommandContext& context = session.context();
+    for (uint32_t i = context.length; i < context.length + 40; ++i) EXPECT_EQ(context.buffer[i], 0);
+    EXPECT_TRUE(session.take_written().empty());
+  }
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 namespace vorn::test {
 namespace {
 
+using U32s = std::vector<uint32_t>;
+
 class HandlePortTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -18,159 +20,128 @@ class HandlePortTest : public ::testing::Test {
     ASSERT_EQ(vorn_io_open(port), VORN_OK);
   }
   void TearDown() override { vorn_io_port_destroy(port); }
+  int32_t write(const std::vector<uint8_t>& data, uint32_t offset = 0) {
+    const auto length = static_cast<uint32_t>(data.size()) - offset;
+    return vorn_io_write(port, data.data(), offset, length, &transferred);
+  }
+  uint32_t elapsed() const { return clock.now() - 1000u; }
 
   FakeClock clock;
   FakeDevice device;
   VORN_PORT port = nullptr;
+  uint32_t transferred = 99;
 };
 
-TEST_F(HandlePortTest, OpensTheMappedDevicePath) {
-  ASSERT_EQ(device.opened_paths.size(), 1u);
-  EXPECT_EQ(device.opened_paths[0], "/dev/lp0");
-}
-
-TEST_F(HandlePortTest, WritingNothingReturnsAtOnce) {
-  uint32_t transferred = 5;
+TEST_F(HandlePortTest, DefaultsDevicePathAndEmptyWrite) {
+  EXPECT_EQ(device.opened_paths, std::vector<std::string>{"/dev/lp0"});
+  uint32_t values[6] = {};
+  ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
+  EXPECT_EQ(U32s(values, values + 6), (U32s{10, 5, 2000, 10, 2000, 2000}));
   EXPECT_EQ(vorn_io_write(port, nullptr, 0, 0, &transferred), VORN_OK);
   EXPECT_EQ(transferred, 0u);
   EXPECT_TRUE(device.write_requests.empty());
 }
 
-TEST_F(HandlePortTest, WritesInPiecesOfTheTransferUnit) {
-  std::vector<uint8_t> data(10000 + 3);
+TEST_F(HandlePortTest, WritesInPiecesOfTheTransferUnitWithinTheWholeBudget) {
+  std::vector<uint8_t> data(10003);
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i);
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port, data.data(), 3, 10000, &transferred), VORN_OK);
+  EXPECT_EQ(write(data, 3), VORN_OK);
   EXPECT_EQ(transferred, 10000u);
-  EXPECT_EQ(device.write_requests, (std::vector<uint32_t>{4096, 4096, 1808}));
+  EXPECT_EQ(device.write_requests, (U32s{4096, 4096, 1808}));
   EXPECT_EQ(device.written, std::vector<uint8_t>(data.begin() + 3, data.end()));
-  // The first attempt may wait for the whole budget: 10 x 10000 + 2000.
-  EXPECT_EQ(device.write_waits[0], 102000u);
+  EXPECT_EQ(device.write_waits[0], 102000u) << "10 x 10000 + 2000";
 }
 
 TEST_F(HandlePortTest, PartialAttemptsContinueWithTheRestOfTheChunk) {
   device.write_script = {{.accept = 1000, .ms = 5}, {.accept = 96, .ms = 5}, {.ms = 5}};
-  std::vector<uint8_t> data(5000, 0xAB);
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port, data.data(), 0, 5000, &transferred), VORN_OK);
+  EXPECT_EQ(write(std::vector<uint8_t>(5000, 0xAB)), VORN_OK);
   EXPECT_EQ(transferred, 5000u);
-  EXPECT_EQ(device.write_requests, (std::vector<uint32_t>{4096, 3096, 3000, 904}));
+  EXPECT_EQ(device.write_requests, (U32s{4096, 3096, 3000, 904}));
   // Each wait is what is left of the whole budget (10 x 5000 + 2000); the
   // attempt that completes a chunk is not charged to it.
-  EXPECT_EQ(device.write_waits, (std::vector<uint32_t>{52000, 51995, 51990, 51990}));
+  EXPECT_EQ(device.write_waits, (U32s{52000, 51995, 51990, 51990}));
 }
 
 TEST_F(HandlePortTest, StalledDeviceTimesOutWithThePartialCount) {
   ASSERT_EQ(vorn_io_set_timeout(port, 10, 5, 2000, 1, 100, 2000), VORN_OK);
-  // 300 bytes go through, then the device takes nothing for 40 ms per try.
   device.write_script.push_back({.accept = 300, .ms = 10});
   for (int i = 0; i < 40; ++i) device.write_script.push_back({.accept = 0, .ms = 40});
-  std::vector<uint8_t> data(1000, 1);
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port, data.data(), 0, 1000, &transferred), VORN_ERR_IO_WRITE_TIMEOUT);
+  EXPECT_EQ(write(std::vector<uint8_t>(1000, 1)), VORN_ERR_IO_WRITE_TIMEOUT);
   EXPECT_EQ(transferred, 300u);
   // Budget 1 x 1000 + 100 ms: the 28th empty try crosses it.
   EXPECT_EQ(device.write_requests.size(), 29u);
-  EXPECT_EQ(clock.now() - 1000u, 10u + 28u * 40u);
+  EXPECT_EQ(elapsed(), 10u + 28u * 40u);
 }
 
-TEST_F(HandlePortTest, DeviceErrorStopsTheWriteWithTheBytesSoFar) {
+TEST_F(HandlePortTest, DeviceErrorEndsTheWriteUnlessAllBytesWent) {
   device.write_script = {{.accept = 10}, {.accept = 0, .error = 5}};
-  std::vector<uint8_t> data(100, 2);
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port, data.data(), 0, 100, &transferred), 5);
+  EXPECT_EQ(write(std::vector<uint8_t>(100, 2)), 5);
   EXPECT_EQ(transferred, 10u);
-}
-
-TEST_F(HandlePortTest, ErrorOnTheLastPieceStillSucceedsWhenAllBytesWent) {
-  device.write_script = {{.error = 5}};
-  uint8_t data[4] = {1, 2, 3, 4};
-  uint32_t transferred = 0;
-  EXPECT_EQ(vorn_io_write(port, data, 0, 4, &transferred), VORN_OK);
+  device.write_script = {{.error = 5}};  // takes everything, then reports an error
+  EXPECT_EQ(write({1, 2, 3, 4}), VORN_OK);
   EXPECT_EQ(transferred, 4u);
 }
 
 TEST_F(HandlePortTest, KilledPortWritesNothingAndSucceeds) {
   ASSERT_EQ(vorn_io_kill(port), VORN_OK);
-  uint8_t data[4] = {1, 2, 3, 4};
-  uint32_t transferred = 9;
-  EXPECT_EQ(vorn_io_write(port, data, 0, 4, &transferred), VORN_OK);
+  EXPECT_EQ(write({1, 2, 3, 4}), VORN_OK);
   EXPECT_EQ(transferred, 0u);
   EXPECT_TRUE(device.write_requests.empty());
 }
 
 TEST_F(HandlePortTest, SilentParallelDeviceReadTimesOutAfterItsBudgetSleepingAtMostFiveTimes) {
-  // Budget 5 x 4 + 2000 = 2020 ms; each empty poll costs 1 ms.
   uint8_t buffer[4] = {};
-  uint32_t transferred = 7;
   EXPECT_EQ(vorn_io_read(port, buffer, 0, 4, &transferred), VORN_ERR_IO_READ_TIMEOUT);
   EXPECT_EQ(transferred, 0u);
-  EXPECT_EQ(clock.sleeps(), (std::vector<uint32_t>{100, 100, 100, 100, 100}));
-  EXPECT_GE(clock.now() - 1000u, 2020u);
-  EXPECT_LE(clock.now() - 1000u, 2030u);
+  EXPECT_EQ(clock.sleeps(), (U32s{100, 100, 100, 100, 100}));
+  // Budget 5 x 4 + 2000 = 2020 ms; each empty poll costs 1 ms.
+  EXPECT_GE(elapsed(), 2020u);
+  EXPECT_LE(elapsed(), 2030u);
 }
 
-TEST_F(HandlePortTest, ParallelReadCollectsSingleBytesUntilTheLengthArrives) {
-  device.read_script = {{.bytes = {0x41}}, {}, {.bytes = {0x42, 0x43, 0x44}}};
+TEST_F(HandlePortTest, ParallelReadPollsSingleBytesSkippingNoDataErrors) {
+  device.read_script = {{.bytes = {0x41}}, {.error = 1117}, {.bytes = {0x42, 0x43, 0x44}}};
   uint8_t buffer[6] = {};
-  uint32_t transferred = 0;
   EXPECT_EQ(vorn_io_read(port, buffer, 2, 3, &transferred), VORN_OK);
   EXPECT_EQ(transferred, 3u);
   EXPECT_EQ(std::vector<uint8_t>(buffer, buffer + 6),
             (std::vector<uint8_t>{0, 0, 0x41, 0x42, 0x43, 0}));
   for (uint32_t asked : device.read_requests) EXPECT_EQ(asked, 1u);
-}
-
-TEST_F(HandlePortTest, ParallelReadIgnoresNoDataErrorsButStopsOnOthers) {
-  device.read_script = {{.error = 1117}, {.bytes = {0x10}}, {.error = 13}};
-  uint8_t buffer[4] = {};
-  uint32_t transferred = 0;
+  device.read_script = {{.bytes = {0x10}}, {.error = 13}};
   EXPECT_EQ(vorn_io_read(port, buffer, 0, 4, &transferred), 13);
   EXPECT_EQ(transferred, 1u);
-  EXPECT_EQ(buffer[0], 0x10);
 }
 
-TEST_F(HandlePortTest, QuickReadAsksForSizeMinusOffsetAtMost) {
+TEST_F(HandlePortTest, QuickReadAsksForSizeMinusOffsetAndStopsAtTheFirstEmptyTry) {
   device.read_script = {{.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}}};
   uint8_t buffer[10] = {};
-  uint32_t transferred = 0;
   EXPECT_EQ(vorn_io_readexist(port, buffer, 2, 10, &transferred), VORN_OK);
   EXPECT_EQ(transferred, 8u);
-  EXPECT_EQ(device.read_requests.size(), 8u);
   EXPECT_EQ(buffer[2], 1);
   EXPECT_EQ(buffer[9], 8);
-}
-
-TEST_F(HandlePortTest, QuickReadWithNothingWaitingReturnsAfterOneTry) {
-  uint8_t buffer[10] = {};
-  uint32_t transferred = 3;
+  device.read_requests.clear();
+  device.read_script.clear();
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 10, &transferred), VORN_OK);
   EXPECT_EQ(transferred, 0u);
   EXPECT_EQ(device.read_requests.size(), 1u);
 }
 
-TEST_F(HandlePortTest, ReadingCanBeSwitchedOffAndOnByControl) {
-  uint8_t off = 0, on = 1, state = 9;
+TEST_F(HandlePortTest, ControlSwitchesReadingOffAndOn) {
+  uint8_t off = 0, on = 1, state = 9, buffer[2];
   uint32_t count = 0;
   ASSERT_EQ(vorn_io_control(port, 2, 0, nullptr, 0, &state, 1, &count), VORN_OK);
   EXPECT_EQ(state, 1);
   EXPECT_EQ(count, 1u);
   ASSERT_EQ(vorn_io_control(port, 1, 0, &off, 1, nullptr, 0, nullptr), VORN_OK);
-  uint8_t buffer[2];
-  uint32_t transferred = 0;
   EXPECT_EQ(vorn_io_read(port, buffer, 0, 2, &transferred), VORN_ERR_NOT_IMPLEMENTED);
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 2, &transferred), VORN_ERR_NOT_IMPLEMENTED);
   EXPECT_EQ(vorn_io_write(port, &on, 0, 1, &transferred), VORN_OK);
   ASSERT_EQ(vorn_io_control(port, 1, 0, &on, 1, nullptr, 0, nullptr), VORN_OK);
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 2, &transferred), VORN_OK);
-}
-
-TEST_F(HandlePortTest, ControlRefusesMissingArgumentsAndUnknownCodes) {
-  uint8_t byte = 0;
+  EXPECT_EQ(vorn_io_control(port, 1, 0, &on, 0, nullptr, 0, nullptr), VORN_ERR_PARAMETER);
   EXPECT_EQ(vorn_io_control(port, 1, 0, nullptr, 1, nullptr, 0, nullptr), VORN_ERR_PARAMETER);
-  EXPECT_EQ(vorn_io_control(port, 1, 0, &byte, 0, nullptr, 0, nullptr), VORN_ERR_PARAMETER);
-  EXPECT_EQ(vorn_io_control(port, 2, 0, nullptr, 0, &byte, 0, nullptr), VORN_ERR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(vorn_io_control(port, 3, 0, &byte, 1, &byte, 1, nullptr), VORN_ERR_NOT_IMPLEMENTED);
+  EXPECT_EQ(vorn_io_control(port, 2, 0, nullptr, 0, &state, 0, nullptr), VORN_ERR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(vorn_io_control(port, 3, 0, &on, 1, &state, 1, nullptr), VORN_ERR_NOT_IMPLEMENTED);
 }
 
 TEST_F(HandlePortTest, ClosedPortRefusesTransfersKillAndFlush) {
@@ -178,23 +149,13 @@ TEST_F(HandlePortTest, ClosedPortRefusesTransfersKillAndFlush) {
   ASSERT_EQ(vorn_io_close(port), VORN_OK);
   EXPECT_EQ(device.closes, 1);
   uint8_t buffer[2];
-  uint32_t transferred = 0;
   EXPECT_EQ(vorn_io_read(port, buffer, 0, 2, &transferred), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 2, &transferred), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(vorn_io_write(port, buffer, 0, 2, &transferred), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(vorn_io_kill(port), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(vorn_io_flush(port), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(vorn_io_close(port), VORN_OK);
-}
-
-TEST_F(HandlePortTest, TimeoutsDefaultAndCanBeReplaced) {
-  uint32_t values[6] = {};
-  ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
-  EXPECT_EQ(std::vector<uint32_t>(values, values + 6),
-            (std::vector<uint32_t>{10, 5, 2000, 10, 2000, 2000}));
-  ASSERT_EQ(vorn_io_set_timeout(port, 1, 2, 3, 4, 5, 6), VORN_OK);
-  ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
-  EXPECT_EQ(std::vector<uint32_t>(values, values + 6), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(device.closes, 1) << "closing a closed port does nothing";
 }
 
 }  // namespace
