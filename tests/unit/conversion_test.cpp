@@ -39,9 +39,10 @@ struct Picture {
 // Installed for its lifetime; counts starts, stops and live images.
 class FakeDecoder {
  public:
-  explicit FakeDecoder(bool row_reader = true) {
+  explicit FakeDecoder(bool row_reader = true, bool size_reader = false) {
     active_ = this;
     if (!row_reader) ops_.pixel_row = nullptr;
+    if (size_reader) ops_.measure = measure;
     previous_ = platform::install_image_decoder(&ops_);
   }
   ~FakeDecoder() {
@@ -50,7 +51,7 @@ class FakeDecoder {
   }
   void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
 
-  int starts = 0, stops = 0, live = 0;
+  int starts = 0, stops = 0, live = 0, loads = 0;
   int32_t start_error = 0;
 
  private:
@@ -62,11 +63,20 @@ class FakeDecoder {
   static void stop() { ++active_->stops; }
   static int32_t load(const char16_t* path, DecodedImage* out) {
     *out = nullptr;
+    ++active_->loads;
     auto found = active_->pictures_.find(path);
     if (found == active_->pictures_.end()) return ENOENT;
     if (found->second.fails) return found->second.load_error;
     ++active_->live;
     *out = const_cast<Picture*>(&found->second);
+    return 0;
+  }
+  static int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
+    auto found = active_->pictures_.find(path);
+    if (found == active_->pictures_.end()) return ENOENT;
+    if (found->second.fails) return found->second.load_error;
+    *width = found->second.width;
+    *height = found->second.height;
     return 0;
   }
   static int32_t width(DecodedImage image) { return of(image).width; }
@@ -310,6 +320,24 @@ TEST(ImageDecoderLifeCycle, StartedWhenIdleAndStoppedWithTheLastImage) {
   EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
   EXPECT_EQ(decoder.starts, 3);
   EXPECT_EQ(decoder.stops, 3);
+}
+
+// A decoder that reads sizes from headers is asked for the size instead of
+// loading the picture, inside the same start and stop.
+TEST(ImageDecoderLifeCycle, SizeReaderServesTheProbeWithoutALoad) {
+  FakeDecoder decoder(true, true);
+  decoder.add(kPath, colour(3, 2, {kWhite}));
+  int32_t width = 0, height = 0;
+  ASSERT_EQ(image::probe_size(kPath.c_str(), &width, &height), 0);
+  EXPECT_EQ(std::pair(width, height), std::pair(3, 2));
+  EXPECT_EQ(decoder.loads, 0);
+  EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(1, 1));
+  EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
+  EXPECT_EQ(std::pair(width, height), std::pair(0, 0)) << "a failure reports no size";
+  EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(2, 2));
+  decoder.start_error = 1450;
+  EXPECT_EQ(image::probe_size(kPath.c_str(), &width, &height), 1450);
+  EXPECT_EQ(decoder.stops, 2) << "nothing to stop";
 }
 
 TEST(ImageDecoderLifeCycle, FailedStartFailsTheLoad) {
