@@ -32,7 +32,6 @@ Bytes pattern(size_t size) {
   return data;
 }
 
-// True when `part` equals data[from, from + part.size()).
 bool matches_at(const Bytes& data, size_t from, const Bytes& part) {
   return from + part.size() <= data.size() &&
          std::equal(part.begin(), part.end(), data.begin() + static_cast<long>(from));
@@ -62,18 +61,16 @@ class TestPrinter {
  public:
   explicit TestPrinter(int backlog = 4) {
     listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // A small window, set before listening so accepted connections inherit
-    // it: a printer that stops reading soon stops the sender.
+    // Inherited by accepted connections: a printer that stops reading soon
+    // stops the sender.
     const int window = 4096;
     setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    address_.sin_family = AF_INET;
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::bind(listener_, address(), sizeof address_), 0);
     EXPECT_EQ(::listen(listener_, backlog), 0);
-    socklen_t size = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
+    socklen_t size = sizeof address_;
+    getsockname(listener_, address(), &size);
   }
   ~TestPrinter() {
     join();
@@ -97,21 +94,23 @@ class TestPrinter {
     accepted_.erase(std::remove(accepted_.begin(), accepted_.end(), fd), accepted_.end());
     ::close(fd);
   }
-  uint16_t port() const { return port_; }
+  sockaddr* address() { return reinterpret_cast<sockaddr*>(&address_); }
 
-  // A port on this printer with the given timeouts, opened.
-  VORN_PORT open_port(uint32_t interval, uint32_t read_constant, uint32_t write_constant) {
+  // A port on this printer with the given timeouts (connect: 200 ms), opened.
+  VORN_PORT open_port(uint32_t interval, uint32_t read_constant, uint32_t write_constant,
+                      int32_t opened = 0) {
     VORN_PORT port = nullptr;
-    const std::string uri = "vorn:/dev/bus/NET/DEVICE?ip=127.0.0.1+port=" + std::to_string(port_);
-    EXPECT_EQ(vorn_io_port_creator(&port, uri.c_str()), 0);
+    EXPECT_EQ(vorn_io_port_creator(
+                  &port, ("NET,127.0.0.1," + std::to_string(ntohs(address_.sin_port))).c_str()),
+              0);
     EXPECT_EQ(vorn_io_set_timeout(port, interval, 0, read_constant, 0, write_constant, 200), 0);
-    EXPECT_EQ(vorn_io_open(port), 0);
+    EXPECT_EQ(vorn_io_open(port), opened);
     return port;
   }
 
  private:
   int listener_ = -1;
-  uint16_t port_ = 0;
+  sockaddr_in address_{};
   std::vector<int> accepted_;
   std::thread thread_;
 };
@@ -157,7 +156,6 @@ TEST(NetworkPort, PrinterThatClosedIsReconnectedBeforeTheWrite) {
   });
   VORN_PORT port = printer.open_port(10, 2000, 2000);
   first_closed.get_future().wait();
-  // Give the end of stream time to arrive on the client's side.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   const Bytes data = {0x1B, 0x40, 'o', 'k', 0x0A};
   uint32_t sent = 0;
@@ -234,21 +232,13 @@ TEST(NetworkPort, ListenerThatNeverAcceptsFailsTheOpenAfterTwoConnectTimeouts) {
   TestPrinter printer(0);
   // Fill the accept queue so that further connection requests go unanswered.
   std::vector<int> fillers;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(printer.port());
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   for (int i = 0; i < 3; ++i) {
     fillers.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    ::connect(fillers.back(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::connect(fillers.back(), printer.address(), sizeof(sockaddr_in));
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  VORN_PORT port = nullptr;
-  const std::string uri = "NET,127.0.0.1," + std::to_string(printer.port());
-  ASSERT_EQ(vorn_io_port_creator(&port, uri.c_str()), 0);
-  ASSERT_EQ(vorn_io_set_timeout(port, 10, 0, 2000, 0, 2000, 200), 0);
   const auto start = Clock::now();
-  EXPECT_EQ(vorn_io_open(port), VORN_ERR_IO_OPEN_FAILED);
+  VORN_PORT port = printer.open_port(10, 2000, 2000, VORN_ERR_IO_OPEN_FAILED);
   EXPECT_GE(ms_since(start), 390) << "two attempts of 200 ms each";
   EXPECT_LT(ms_since(start), 1000);
   EXPECT_EQ(vorn_io_port_destroy(port), 0);

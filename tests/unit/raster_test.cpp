@@ -1,7 +1,5 @@
-// The image commands (PrintImage, PrintBitMapData and the stored images:
-// GS ( L / GS 8 L graphics, FS q / FS p, GS * / GS /) through the public API
-// on a fake session, with pictures handed in through the image source
-// instead of files.
+// The image commands through the public API on a fake session, with
+// pictures handed in through the image source instead of files.
 #include <gtest/gtest.h>
 #include <vorn/vorn.h>
 
@@ -20,8 +18,7 @@
 namespace vorn::test {
 namespace {
 
-// What the fake source reports for one path. The dots start whichever layout
-// is asked for; the rest of the layout stays 0.
+// What the fake source reports for one path; the dots start either layout.
 struct Picture {
   int32_t width = 0;
   int32_t height = 0;
@@ -81,8 +78,7 @@ std::vector<uint8_t> head_of(const std::vector<uint8_t>& bytes, size_t count) {
   return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(std::min(count, bytes.size()))};
 }
 
-// Keeps the command buffer from growing for its lifetime (growable again
-// afterwards, so that destroying the handle frees it).
+// Keeps the command buffer from growing for its lifetime.
 struct FixedBuffer {
   explicit FixedBuffer(FakeSession& session) : context(session.context()) { context.growable = 0; }
   ~FixedBuffer() { context.growable = 1; }
@@ -108,22 +104,16 @@ const Call download = with(DefineDownloadedImage, kPath, 32, 32);
 const Call buffered = with(DefineBufferedImage, kPath);
 const Call bit_image = with(DefineDownloadedImageCompatible, kPath);
 const Call nv_bit_image = with(DefineNVImageCompatible, &kPath, 1);
-Call print_image(int32_t m) {
-  return with(PrintImage, kPath, m);
-}
+const auto print_image = [](int32_t m) { return with(PrintImage, kPath, m); };
 
-// VR-T82B: 576 dots per line; VR-W210A: 1680; VR-K80A: model 0x1721, 576;
-// VR-M58A takes compressed raster; "unknown" has 0 dots per line; VR-L80A
-// lacks the ESC/POS bit.
-const char* const kT82 = "VR-T82B";
-const char* const kW210 = "VR-W210A";
-const char* const kK80 = "VR-K80A";
-const char* const kM58 = "VR-M58A";
-const char* const kL80 = "VR-L80A";
+// Dots per line: T82B 576, W210A 1680, K80A 576 (model 0x1721); M58A takes
+// compressed raster, L80A lacks the ESC/POS bit, "unknown" has 0 dots.
+const char *const kT82 = "VR-T82B", *const kW210 = "VR-W210A", *const kK80 = "VR-K80A";
+const char *const kM58 = "VR-M58A", *const kL80 = "VR-L80A";
 
 struct Outcome {
   int32_t result;
-  std::vector<uint8_t> command;  // what was sent after the waiting bytes
+  std::vector<uint8_t> command;  // sent after the waiting bytes
 };
 
 // Runs `call` on a new session of `model` that has 1B 40 waiting, with
@@ -150,9 +140,8 @@ Outcome run_command(const char* model, const Picture& picture, const Call& call,
   return run;
 }
 
-// The commands that read a picture from a file: its size against the model
-// and the encoder, the command form, and where the dots go. The picture's
-// first data byte is C3, the rest 0.
+// The picture's size against the model and the encoder, the command form
+// and where the dots go. Its first data byte is C3, the rest 0.
 TEST(ImageCommands, SizesFormsAndLayouts) {
   const struct {
     const char* model;
@@ -166,12 +155,10 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
       {kT82, 576, 1, print_image(0), 0, "1D 76 30 00 48 00 01 00 C3", 8 + 72},
       {kT82, 8, 1, print_image(257), 0, "1D 76 30 01 01 00 01 00 C3", 9},  // m's low byte
       {kT82, 8, 1, print_image(4), VORN_ERR_PARAMETER},
-      {kT82, 8, 1, print_image(47), VORN_ERR_PARAMETER},
       {kT82, 8, 1, print_image(48), 0, "1D 76 30 30 01 00 01 00 C3", 9},
       {kT82, 8, 1, print_image(52), VORN_ERR_PARAMETER},
       {kT82, 577, 1, print_image(0), VORN_ERR_IMAGE_SIZE},
       {kT82, 0, 1, print_image(0), VORN_ERR_IMAGE_SIZE},
-      {kT82, 8, 0, buffered, VORN_ERR_IMAGE_SIZE},
       {"unknown", 1, 1, nv, VORN_ERR_IMAGE_SIZE},
       {kT82, 8, 1, with(PrintImage, nullptr, 0), VORN_ERR_PARAMETER},
       // Without a record: 576 dots, and plain raster even on VR-M58A.
@@ -182,11 +169,8 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
       {kW210, 1025, 1, print_image(0), VORN_ERR_PARAMETER},
       {kT82, 8, 2303, print_image(0), 0, "1D 76 30 00 01 00 FF 08 C3", 8 + 2303},
       {kT82, 8, 2304, print_image(0), VORN_ERR_PARAMETER},
-      {kT82, 8, 65535, print_image(0), VORN_ERR_PARAMETER},
       {kT82, 8, 65536, print_image(0), VORN_ERR_IMAGE_SIZE},
-      {kK80, 8, 900, print_image(0), 0, "1D 76 30 00 01 00 84 03 C3", 8 + 900},
       {kK80, 8, 901, print_image(0), VORN_ERR_IMAGE_SIZE},
-      {kK80, 8, 901, nv, VORN_ERR_IMAGE_SIZE},
       {kL80, 8, 1, nv, VORN_ERR_COMMAND_NOT_SUPPORTED},
       {kL80, 577, 1, print_image(0), VORN_ERR_IMAGE_SIZE},  // the size check comes first
       // Compressed: mode 0x20 whatever m; rows C3 00 00 00 and 00 00 00 00.
@@ -194,17 +178,18 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
       {kM58, 16, 2303, print_image(0), 0, "1D 76 30 20 02 00 FF 08  01 C3 00  FF 00",
        8 + 3 + 2 * 2302},
       {kM58, 16, 2304, print_image(0), VORN_ERR_PARAMETER},
+      // Room is made for the uncoded B x h + 32 bytes; rows of one byte
+      // code into two.
+      {kM58, 8, 1000, print_image(0), VORN_ERR_BUFFER_TOO_SMALL},
       // Graphics: the short form while p = k + 11 (k + 10) fits 16 bits.
       {kT82, 8, 1, with(DefineNVImage, kPath, 0x120, 0x17E), 0,
        "1D 28 4C 0C 00 30 43 30 20 7E 01 08 00 01 00 31 C3", 17},
       {kT82, 8, 1, with(DefineNVImage, kPath, 31, 32), VORN_ERR_PARAMETER},
-      {kT82, 8, 1, with(DefineDownloadedImage, kPath, 32, 127), VORN_ERR_PARAMETER},
       {kT82, 576, 910, nv, 0, "1D 28 4C FB FF 30 43 30 20 20 01 40 02 8E 03 31 C3", 16 + 65520},
       {kT82, 576, 911, nv, 0, "1D 38 4C 43 00 01 00 30 43 30 20 20 01 40 02 8F 03 31 C3",
        18 + 65592},
       {kT82, 576, 911, buffered, 0, "1D 38 4C 42 00 01 00 30 70 30 01 01 31 40 02 8F 03 C3",
        17 + 65592},
-      {kT82, 8, 1662, buffered, 0, "1D 28 4C 88 06 30 70 30 01 01 31 08 00 7E 06 C3", 15 + 1662},
       {kT82, 8, 1663, buffered, VORN_ERR_PARAMETER},
       {kT82, 8, 2304, nv, 0, "1D 28 4C 0B 09 30 43 30 20 20 01 08 00 00 09 31 C3", 16 + 2304},
       {kT82, 8, 2305, nv, VORN_ERR_PARAMETER},
@@ -267,9 +252,6 @@ TEST(PrintImage, CompressedRowsThatDoNotFitTakeBackTheHeader) {
       std::vector<uint8_t>(context.buffer + context.length, context.buffer + context.capacity),
       std::vector<uint8_t>(12, 0))
       << "the taken-back header is zeroed";
-  // Room is made for the uncoded B x h + 32 bytes; rows of one byte code
-  // into two.
-  EXPECT_EQ(run_command(kM58, {8, 1000}, print_image(0)).result, VORN_ERR_BUFFER_TOO_SMALL);
 }
 
 // The caller's 1 is blank paper; nothing is read from the capability record
@@ -284,14 +266,11 @@ TEST(PrintBitMapData, InvertsTheDataAndChecksTheEncoderRanges) {
     uint8_t sent;  // every data byte sent
   } cases[] = {
       {kT82, 0, 9, 2, 0xFF, 0, "1D 76 30 00 02 00 02 00", 0x00},
-      {kT82, 0, 9, 2, 0x00, 0, "1D 76 30 00 02 00 02 00", 0xFF},
       {kM58, 3, 8, 1, 0x5A, 0, "1D 76 30 03 01 00 01 00", 0xA5},
       {"unknown", 0, 1024, 1, 0xF0, 0, "1D 76 30 00 80 00 01 00", 0x0F},
       {"unknown", 0, 1025, 1, 0xF0, VORN_ERR_PARAMETER},
-      {"unknown", 0, 8, 2303, 0xFE, 0, "1D 76 30 00 01 00 FF 08", 0x01},
       {"unknown", 0, 8, 2304, 0xFE, VORN_ERR_PARAMETER},
       {kT82, 0, 0, 1, 0, VORN_ERR_PARAMETER},
-      {kT82, 0, 8, 0, 0, VORN_ERR_PARAMETER},
       {kT82, 0, INT32_MAX, 1, 0, VORN_ERR_PARAMETER},
       {kT82, 4, 8, 1, 0, VORN_ERR_PARAMETER},
       {kL80, 0, 0, 1, 0, VORN_ERR_COMMAND_NOT_SUPPORTED},
@@ -329,7 +308,6 @@ TEST(StoredImages, CommandsWithoutAFile) {
       {with(PrintNVImageCompatible, 256, 0), VORN_ERR_PARAMETER},
       {with(PrintNVImageCompatible, 1, 4), VORN_ERR_PARAMETER},
       {with(PrintDownloadedImageCompatible, 3), 0, "1D 2F 03"},
-      {with(PrintDownloadedImageCompatible, 47), VORN_ERR_PARAMETER},
   };
   for (const auto& c : cases) {
     const Outcome run = run_command(kT82, {}, c.call);
@@ -358,9 +336,7 @@ TEST(DefineNVImageCompatible, PicturesFollowEachOtherWithTheirSizes) {
   FakeImages images;
   // 10 x 10: two units each way, 10 columns of 2 bytes from the conversion,
   // then 6 blank columns. 16 x 20: two units across, three down.
-  std::vector<uint8_t> first(20), second(48);
-  for (size_t i = 0; i < first.size(); ++i) first[i] = static_cast<uint8_t>(0x80 + i);
-  for (size_t i = 0; i < second.size(); ++i) second[i] = static_cast<uint8_t>(0x10 + i);
+  const std::vector<uint8_t> first(20, 0x81), second(48, 0x12);
   images.add(u"a.png", {10, 10, first});
   images.add(u"b.png", {16, 20, second});
   images.add(u"tall.png", {8, 2048});  // 256 units down
@@ -385,9 +361,9 @@ TEST(DefineNVImageCompatible, CountRulesAndSizesBeforeAnyConversion) {
   std::fill(std::begin(eleven), std::end(eleven), kPath);
   // Zero pictures reach the encoder; more than ten, a negative count or no
   // paths are refused before any file is read.
-  EXPECT_EQ(DefineNVImageCompatible(session.handle(), eleven, 0), VORN_ERR_PARAMETER);
-  EXPECT_EQ(DefineNVImageCompatible(session.handle(), eleven, 11), VORN_ERR_PARAMETER);
-  EXPECT_EQ(DefineNVImageCompatible(session.handle(), eleven, -1), VORN_ERR_PARAMETER);
+  for (int32_t count : {0, 11, -1}) {
+    EXPECT_EQ(DefineNVImageCompatible(session.handle(), eleven, count), VORN_ERR_PARAMETER);
+  }
   EXPECT_EQ(DefineNVImageCompatible(session.handle(), nullptr, 1), VORN_ERR_PARAMETER);
   EXPECT_EQ(images.probes, 0);
   // Every size is learnt before any picture is converted.

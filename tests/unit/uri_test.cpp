@@ -50,16 +50,10 @@ const ParseRow kParseRows[] = {
      "vorn:/dev/bus/NET/DEVICE?ip=1.2.3.4"},
     // Keys run to the next "=", values to the next "+".
     {"vorn:/dev/bus/X/N?k=a=b?c+b+c=2", "X|N|k=a=b?c|b+c=2"},
-    {"vorn:/dev/bus/X/N?=+b=1", "X|N|=|b=1"},  // empty key, empty value
 };
 
-const char* const kNotInGrammar[] = {"VORN:/dev/bus/COM/COM1",
-                                     "",
-                                     "vorn:/dev/bus/",
-                                     "vorn:/dev/bus/COM",
-                                     "vorn:/dev/bus/COM/",
+const char* const kNotInGrammar[] = {"VORN:/dev/bus/COM/COM1", "", "vorn:/dev/bus/COM",
                                      "vorn:/dev/bus/COM/COM1?",
-                                     "vorn:/dev/bus/COM/COM1?baudrate=",
                                      "vorn:/dev/bus/COM/COM1?baudrate=9600+"};
 
 TEST(UriParse, EachRowGivesItsFieldsAndFormatsBack) {
@@ -107,13 +101,7 @@ TEST(Uri, NullArgumentsAreRefused) {
   EXPECT_EQ(vorn_io_uri_from_str(nullptr, "vorn:/dev/bus/COM/COM1"), kBad);
   EXPECT_EQ(vorn_io_uri_from_str(&record, nullptr), kBad);
   EXPECT_EQ(vorn_io_uri_to_str(nullptr, buffer, sizeof buffer), kBad);
-  EXPECT_EQ(vorn_io_uri_get_option(nullptr, "baudrate"), nullptr);
   EXPECT_EQ(vorn_io_uri_get_option(&record, nullptr), nullptr);
-  EXPECT_EQ(vorn_io_uri_get_str(buffer, sizeof buffer, nullptr, "N", nullptr, nullptr, 0), kBad);
-  EXPECT_EQ(vorn_io_uri_get_str(buffer, sizeof buffer, "U", nullptr, nullptr, nullptr, 1), kBad);
-  const char* keys[] = {nullptr};
-  const char* values[] = {"v"};
-  EXPECT_EQ(vorn_io_uri_get_str(buffer, sizeof buffer, "U", nullptr, keys, values, 1), kBad);
 }
 
 TEST(Uri, OptionLookupIsExactFirstWinsAndClearZeroesAll) {
@@ -121,7 +109,6 @@ TEST(Uri, OptionLookupIsExactFirstWinsAndClearZeroesAll) {
   ASSERT_EQ(vorn_io_uri_from_str(&record, "vorn:/dev/bus/COM/COM1?baudrate=9600+baudrate=4800"),
             VORN_OK);
   EXPECT_STREQ(vorn_io_uri_get_option(&record, "baudrate"), "9600");
-  EXPECT_EQ(vorn_io_uri_get_option(&record, "Baudrate"), nullptr);
   EXPECT_EQ(vorn_io_uri_get_option(&record, "baud"), nullptr);
   vorn_io_uri_clear(&record);
   const vorn_uri zero{};
@@ -136,7 +123,6 @@ TEST(Uri, FormattingWritesWholePiecesAndNeedsRoomForTheTerminator) {
   buffer.fill('x');
   EXPECT_EQ(vorn_io_uri_to_str(&record, buffer.data(), text.size()), VORN_ERR_BUFFER_TOO_SMALL);
   EXPECT_STREQ(buffer.data(), "vorn:/dev/bus/COM/COM1") << "the option is not half-written";
-  EXPECT_EQ(vorn_io_uri_to_str(&record, buffer.data(), 22), VORN_ERR_BUFFER_TOO_SMALL);
   EXPECT_EQ(vorn_io_uri_to_str(&record, nullptr, 0), VORN_ERR_BUFFER_TOO_SMALL);
   EXPECT_EQ(vorn_io_uri_to_str(&record, nullptr, 64), kBad);
   EXPECT_EQ(vorn_io_uri_to_str(&record, buffer.data(), text.size() + 1), VORN_OK);
@@ -144,37 +130,28 @@ TEST(Uri, FormattingWritesWholePiecesAndNeedsRoomForTheTerminator) {
 }
 
 TEST(Uri, BuildingFromPiecesSkipsNullValuesAndNamesNoNameDevice) {
-  const char* usb_keys[] = {"location", "portnum"};
-  const char* usb_values[] = {nullptr, "USB001"};
-  const char* keys[] = {"a", "b", "c"};
-  const char* values[] = {"1", nullptr, "3"};
-  const std::string usb = "vorn:/dev/bus/USB/DEVICE?portnum=USB001";
-  std::array<char, 64> buffer{};
-  ASSERT_EQ(vorn_io_uri_get_str(buffer.data(), 64, "USB", nullptr, usb_keys, usb_values, 2), 0);
-  EXPECT_EQ(buffer.data(), usb);
-  EXPECT_EQ(vorn_io_uri_get_str(buffer.data(), usb.size(), "USB", nullptr, usb_keys, usb_values, 2),
-            VORN_ERR_BUFFER_TOO_SMALL);
-  ASSERT_EQ(vorn_io_uri_get_str(buffer.data(), 64, "X", "N", keys, values, 3), VORN_OK);
-  EXPECT_STREQ(buffer.data(), "vorn:/dev/bus/X/N?a=1+c=3");
+  const char* keys[] = {"location", "portnum"};
+  const char* values[] = {nullptr, "USB001"};
+  char buffer[64] = {};
+  ASSERT_EQ(vorn_io_uri_get_str(buffer, 64, "USB", nullptr, keys, values, 2), VORN_OK);
+  EXPECT_STREQ(buffer, "vorn:/dev/bus/USB/DEVICE?portnum=USB001");
+  EXPECT_EQ(vorn_io_uri_get_str(buffer, 64, "U", nullptr, nullptr, nullptr, 1), kBad);
+  values[0] = "v", keys[0] = nullptr;
+  EXPECT_EQ(vorn_io_uri_get_str(buffer, 64, "U", nullptr, keys, values, 1), kBad);
 }
 
 const struct {
   std::string text, uri;
 } kCommaRows[] = {
-    {"COM1,9600", "vorn:/dev/bus/COM/COM1?baudrate=9600"},
     {" com1 , rate=baudrate_19200 ", "vorn:/dev/bus/COM/com1?baudrate=19200"},
     {",BSP2,115200", "vorn:/dev/bus/BSP/BSP2?baudrate=115200"},
     {"NET,192.168.1.100", "vorn:/dev/bus/NET/DEVICE?ip=192.168.1.100+port=9100"},
     {"NET,192.168.1.100,9101", "vorn:/dev/bus/NET/DEVICE?ip=192.168.1.100+port=9101"},
-    {"net,10.0.0.5,", "vorn:/dev/bus/NET/DEVICE?ip=10.0.0.5+port=9100"},
-    {"USB", "vorn:/dev/bus/USB/DEVICE"},
     {"usb,usb002,myprinter,port_1", "vorn:/dev/bus/USB/MYPRINTER?location=PORT_1+portnum=USB002"},
     {"USB,USB001,USB002", "vorn:/dev/bus/USB/DEVICE?portnum=USB002"},
     // Only fields 2 to 4 count for USB, and only ten fields are read at all.
     {"USB,A,B,C,USB009,6,7,8,9,10,11,12", "vorn:/dev/bus/USB/C"},
-    {"lpt1,ignored", "vorn:/dev/bus/LPT/lpt1"},
     {"LPT1," + std::string(400, 'x'), "vorn:/dev/bus/LPT/LPT1"},
-    {"FILE,out.prn", "vorn:/dev/bus/FILE/DEVICE?filename=out.prn"},
     {"fil,x.prn", "vorn:/dev/bus/FILE/DEVICE?filename=x.prn"},
 };
 
