@@ -123,15 +123,13 @@ VORN_API int32_t VORN_CALL PrintBarCode(VORN_PRINTER handle, int32_t barcodeType
                                         const VORN_WCHAR* data, int32_t width, int32_t height,
                                         int32_t alignment, int32_t hriPosition) {
   using namespace vorn::escpos;
-  int32_t result = vorn::printer::check_session(handle);
-  if (result != VORN_OK) return result;
-  NarrowData bytes;
-  result = convert_data(data, &bytes);
-  if (result != VORN_OK) return result;
-  result = build_barcode(*handle->context, barcodeType, bytes.view(), byte_of(width),
-                         byte_of(height), byte_of(alignment), hriPosition);
-  if (result != VORN_OK) return result;
-  return vorn::printer::send(handle);
+  return vorn::printer::run_printing_call(handle, [&](vorn::printer::CommandContext& c) {
+    NarrowData bytes;
+    const int32_t result = convert_data(data, &bytes);
+    if (result != VORN_OK) return result;
+    return build_barcode(c, barcodeType, bytes.view(), byte_of(width), byte_of(height),
+                         byte_of(alignment), hriPosition);
+  });
 }
 
 }  // extern "C"

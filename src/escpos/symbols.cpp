@@ -219,15 +219,13 @@ VORN_API int32_t VORN_CALL PrintSymbol(VORN_PRINTER handle, int32_t symbolType,
                                        const VORN_WCHAR* data, int32_t errorCorrection,
                                        int32_t moduleSize, int32_t rowHeight, int32_t alignment) {
   using namespace vorn::escpos;
-  int32_t result = vorn::printer::check_session(handle);
-  if (result != VORN_OK) return result;
-  NarrowData bytes;
-  result = convert_data(data, &bytes);
-  if (result != VORN_OK) return result;
-  result = build_symbol(*handle->context, symbolType, bytes.view(), byte_of(errorCorrection),
-                        byte_of(moduleSize), byte_of(rowHeight), byte_of(alignment));
-  if (result != VORN_OK) return result;
-  return vorn::printer::send(handle);
+  return vorn::printer::run_printing_call(handle, [&](vorn::printer::CommandContext& c) {
+    NarrowData bytes;
+    const int32_t result = convert_data(data, &bytes);
+    if (result != VORN_OK) return result;
+    return build_symbol(c, symbolType, bytes.view(), byte_of(errorCorrection), byte_of(moduleSize),
+                        byte_of(rowHeight), byte_of(alignment));
+  });
 }
 
 }  // extern "C"
