@@ -1,28 +1,19 @@
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 
 #include "platform/device_file.h"
+#include "platform/posix/exclusive_open_posix.h"
 
 namespace vorn::platform {
 namespace {
 
 int32_t open_existing(const char* path, bool /*overlapped*/, DeviceHandle* out) {
-  // No O_CREAT: a port names something that must already exist. Non-blocking
-  // so that every transfer can be bounded by poll().
-  int fd = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return errno;
-  // The port is not shared: a second opener of the same device is refused,
-  // as an exclusive open would be.
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    int error = errno == EWOULDBLOCK ? EBUSY : errno;
-    ::close(fd);
-    return error;
-  }
+  int fd = -1;
+  const int32_t result = open_exclusive(path, &fd);
+  if (result != 0) return result;
   *out = fd;
   return 0;
 }

@@ -1,9 +1,7 @@
 // Serial lines on termios. A terminal has no per-handle read and write
 // timeouts of the kind the driver programs, so each open line keeps its own
 // and every transfer enforces them with poll deadlines.
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,6 +16,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/posix/exclusive_open_posix.h"
 #include "platform/serial_line.h"
 
 namespace vorn::platform {
@@ -77,16 +76,10 @@ int32_t wait_ready(int fd, short events, int timeout_ms, bool* ready) {
 }
 
 int32_t open_line(const char* path, bool /*overlapped*/, DeviceHandle* out) {
-  // Non-blocking, so that opening does not wait for a carrier and every
-  // transfer is bounded by poll(); no controlling terminal for the process.
-  int fd = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return errno;
-  // The port is not shared: a second opener of the same line is refused.
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    int error = errno == EWOULDBLOCK ? EBUSY : errno;
-    ::close(fd);
-    return error;
-  }
+  // Non-blocking also means opening does not wait for a carrier.
+  int fd = -1;
+  const int32_t opened = open_exclusive(path, &fd);
+  if (opened != 0) return opened;
   auto* line = new (std::nothrow) OpenLine{};
   if (line == nullptr) {
     ::close(fd);
