@@ -38,8 +38,29 @@ uint32_t now() {
   return platform::clock().now_ms();
 }
 
+// A silent device gets this many naps before its polls are only paced.
+constexpr int kNaps = 5;
+// After its naps a silent device is still polled until the budget runs out,
+// but at most once per this many milliseconds.
+constexpr uint32_t kPollPauseMs = 10;
+
+// One single-byte attempt once the naps are used up: it waits up to `pause`
+// for the byte where the device can signal data, and where it answers at once
+// without one (a regular file, a port without a reverse channel) the rest of
+// the pause is slept, so that a silent device never costs a whole core.
+platform::Attempt paced_read(HandlePortState* state, uint8_t* target, uint32_t pause) {
+  const uint32_t start = now();
+  platform::Attempt attempt = state->device().read(state->handle, target, 1, pause);
+  const uint32_t spent = now() - start;
+  if (attempt.done == 0 && spent < pause) platform::clock().sleep_ms(pause - spent);
+  return attempt;
+}
+
 int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t length,
                             uint32_t* transferred) {
+  // Even the first single-byte attempt would store a byte the caller has no
+  // room for.
+  if (length == 0) return VORN_OK;
   const platform::DeviceFileOps& device = state->device();
   const uint64_t read_budget =
       budget(state->timeouts[kReadMultiplier], length, state->timeouts[kReadConstant]);
@@ -65,13 +86,19 @@ int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t le
       error = VORN_ERR_IO_READ_TIMEOUT;
       break;
     }
-    // A device that stays silent is polled without burning the processor,
-    // but only for a few naps: after that it is polled as fast as it answers.
-    if (d < 100 && last.done == 0 && sleeps < 5) {
+    // A device that has just gone silent gets a few naps; after them it is
+    // polled with short pauses, never more than the budget has left.
+    if (d < 100 && last.done == 0 && sleeps < kNaps) {
       platform::clock().sleep_ms(nap);
       ++sleeps;
     }
-    last = device.read(state->handle, target, 1, 0);
+    if (sleeps < kNaps) {
+      last = device.read(state->handle, target, 1, 0);
+    } else {
+      const uint64_t left = read_budget - elapsed + 1;
+      last =
+          paced_read(state, target, static_cast<uint32_t>(std::min<uint64_t>(kPollPauseMs, left)));
+    }
     total += last.done;
   }
   *transferred = total;

@@ -107,6 +107,10 @@ TEST(Session, RawDataBypassesTheCommandBuffer) {
   EXPECT_EQ(count, 1u);
   EXPECT_EQ(answer[0], 0x12);
   EXPECT_EQ(session.take_written(), hex("10 04 01"));
+  session.device.read_script = {{.bytes = {0x34}}};
+  EXPECT_EQ(ReadData(session.handle(), answer + 1, 0, &count), VORN_OK);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(answer[1], 0) << "a read of nothing stores nothing";
   session.device.write_script = {{.accept = 0, .error = 6}};
   count = 9;
   EXPECT_EQ(DirectIO(session.handle(), raw, 3, answer, 1, &count), 6);
