@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 
+#include "io/live_set.h"
 #include "io/port.h"
 #include "platform/clock.h"
 #include "platform/text.h"
@@ -47,8 +48,31 @@ int32_t bind_model(CommandContext* context, uint32_t model_id) {
   return create_capability_record(model_id, &context->record);
 }
 
+namespace {
+
+// Never destroyed, so that a handle used during the process's exit still
+// finds it.
+io::LiveSet& live_printers() {
+  static io::LiveSet* printers = new io::LiveSet;
+  return *printers;
+}
+
+}  // namespace
+
+bool add_live_printer(VORN_PRINTER handle) {
+  return live_printers().add(handle);
+}
+
+bool take_live_printer(VORN_PRINTER handle) {
+  return live_printers().take(handle);
+}
+
+bool is_live_printer(VORN_PRINTER handle) {
+  return live_printers().contains(handle) && handle->tag == kPrinterTag;
+}
+
 int32_t check_session(VORN_PRINTER handle) {
-  if (handle == nullptr || handle->tag != kPrinterTag) return VORN_ERR_INVALID_HANDLE;
+  if (!is_live_printer(handle)) return VORN_ERR_INVALID_HANDLE;
   if (!handle->port_open) return VORN_ERR_IO_NOT_OPEN;
   return VORN_OK;
 }

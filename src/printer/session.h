@@ -50,7 +50,13 @@ struct vorn_printer_object {
 
 namespace vorn::printer {
 
-// -6 for a null or destroyed handle, -309 when its port is not open, else 0.
+// The set of live printer handles: a handle is followed only when it is in
+// it, so a null, destroyed or foreign pointer is refused unread.
+bool add_live_printer(VORN_PRINTER handle);   // false when memory runs out
+bool take_live_printer(VORN_PRINTER handle);  // false when it was not live
+bool is_live_printer(VORN_PRINTER handle);
+
+// -6 for a handle that is not live, -309 when its port is not open, else 0.
 int32_t check_session(VORN_PRINTER handle);
 
 // Writes the whole command buffer; empties it when the write succeeded.

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <vorn/vorn.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "io/port.h"
@@ -34,11 +36,17 @@ TEST(PortCreation, RefusedTextsHandOutNoPortAndKeepNoLock) {
   }
 }
 
-// Both a null port and one made by the second creator alone (marker unset).
-TEST(PortApi, EveryOperationRefusesAPortThatIsNotFullyCreated) {
-  VORN_PORT unmarked = nullptr;
+// A null port, one made by the second creator alone (marker unset), a
+// destroyed one and one the library never made: none of them is followed.
+TEST(PortApi, EveryOperationRefusesAPortThatIsNotALiveOne) {
+  VORN_PORT unmarked = nullptr, destroyed = nullptr;
   ASSERT_EQ(vorn_io_port_creator2(&unmarked, VORN_PORT_PARALLEL), VORN_OK);
-  for (VORN_PORT port : {static_cast<VORN_PORT>(nullptr), unmarked}) {
+  ASSERT_EQ(vorn_io_port_creator(&destroyed, "LPT1"), VORN_OK);
+  ASSERT_EQ(vorn_io_port_destroy(destroyed), VORN_OK);
+  uint32_t foreign[64];
+  std::fill(std::begin(foreign), std::end(foreign), io::kPortMarker);
+  for (VORN_PORT port : {static_cast<VORN_PORT>(nullptr), unmarked, destroyed,
+                         reinterpret_cast<VORN_PORT>(foreign)}) {
     uint8_t byte = 0;
     uint32_t count = 0, values[6] = {};
     char text[256];

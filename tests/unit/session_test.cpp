@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <vorn/vorn.h>
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "support/fake_session.h"
@@ -38,12 +40,50 @@ TEST(PrinterCreator, FindsExactNamesOnlyAndChecksTheNameLengthFirst) {
   EXPECT_EQ(PrinterCreatorS(nullptr), nullptr);
 }
 
-TEST(Session, HandleAndPortChecksComeFirst) {
-  EXPECT_EQ(PrinterDestroy(nullptr), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PortOpen(nullptr, u"LPT1"), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PortClose(nullptr), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(WriteData(nullptr, nullptr, 0), VORN_ERR_INVALID_HANDLE);
+// A null, destroyed or foreign handle is refused by every kind of call
+// without being followed.
+TEST(Session, OnlyLiveHandlesAreFollowed) {
+  FakeClock clock;
+  FakeDevice device;
+  VORN_PRINTER destroyed = PrinterCreatorS("unknown");
+  ASSERT_EQ(PortOpen(destroyed, u"LPT1"), VORN_OK);
+  ASSERT_EQ(PrinterDestroy(destroyed), VORN_OK);
+  uint32_t foreign[64];
+  std::fill(std::begin(foreign), std::end(foreign), printer::kPrinterTag);
+  uint8_t byte = 0;
+  uint32_t count = 0;
+  int32_t version = 0;
+  using Call = int32_t (*)(VORN_PRINTER, uint8_t*, uint32_t*, int32_t*);
+  const Call calls[] = {
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PrinterDestroy(h); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PortOpen(h, u"LPT1"); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PortClose(h); },
+      [](VORN_PRINTER h, uint8_t* b, uint32_t*, int32_t*) { return WriteData(h, b, 1); },
+      [](VORN_PRINTER h, uint8_t* b, uint32_t* n, int32_t*) { return ReadData(h, b, 1, n); },
+      [](VORN_PRINTER h, uint8_t* b, uint32_t* n, int32_t*) { return DirectIO(h, b, 1, b, 1, n); },
+      [](VORN_PRINTER h, uint8_t* b, uint32_t* n, int32_t*) {
+        return ReadDataEOF(h, b, 0, 1, 0, 0, n);
+      },
+      [](VORN_PRINTER h, uint8_t*, uint32_t* n, int32_t*) { return GetPrinterState(h, n); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t* v) { return GetFirmwareVersion(h, v, 1); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return CutPaper(h, 0, 0); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PrintText(h, u"x", 0, 0, 0); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) {
+        return PrintTwoQRCode(h, u"a", 3, 0, 0, u"b", 3, 200, 0);
+      },
+  };
+  for (VORN_PRINTER handle :
+       {static_cast<VORN_PRINTER>(nullptr), destroyed, reinterpret_cast<VORN_PRINTER>(foreign)}) {
+    for (size_t i = 0; i < std::size(calls); ++i) {
+      EXPECT_EQ(calls[i](handle, &byte, &count, &version), VORN_ERR_INVALID_HANDLE) << i;
+    }
+  }
   EXPECT_EQ(DirectIO(nullptr, nullptr, 0, nullptr, 0, nullptr), VORN_OK) << "nothing to move";
+  EXPECT_TRUE(device.written.empty());
+  EXPECT_EQ(device.opened_paths.size(), 1u);
+}
+
+TEST(Session, HandleAndPortChecksComeFirst) {
   VORN_PRINTER printer = PrinterCreatorS("unknown");
   ASSERT_NE(printer, nullptr);
   uint8_t byte = 0x41;
