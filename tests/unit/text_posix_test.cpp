@@ -152,6 +152,12 @@ TEST_F(TextPosixTest, SystemMessagesFillTheRegionOrRefuseIt) {
   EXPECT_GT(units, 0u);
   EXPECT_EQ(native().system_message_wide(ENOENT, 0, wide, units), ERANGE);
   EXPECT_EQ(native().system_message_wide(ENOENT, 0, wide, units + 1), 0);
+
+  // A code the system has no text for gets nothing.
+  char kept[] = "kept";
+  EXPECT_EQ(native().system_message(99999, 0, kept, sizeof kept), EINVAL);
+  EXPECT_STREQ(kept, "kept");
+  EXPECT_EQ(native().system_message_wide(99999, 0, wide, std::size(wide)), EINVAL);
 }
 
 }  // namespace

@@ -191,21 +191,34 @@ int32_t to_wide(const char* text, size_t bytes, char16_t* out, size_t units, siz
   return result;
 }
 
-// GNU strerror_r returns the text (maybe static); the XSI one fills the buffer.
+// GNU strerror_r returns the text (maybe static); the XSI one fills the buffer
+// and refuses a code it has no text for. Null: no text.
 [[maybe_unused]] const char* strerror_text(const char* text, const char*) {
   return text;
 }
 [[maybe_unused]] const char* strerror_text(int result, const char* buffer) {
-  return result == 0 ? buffer : "Unknown error";
+  return result == 0 ? buffer : nullptr;
+}
+
+// GNU strerror_r makes up "Unknown error N" for a code it does not know;
+// glibc's table of error names tells such codes apart.
+bool has_text(int32_t code) {
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 32))
+  return strerrorname_np(code) != nullptr;
+#else
+  return code > 0;
+#endif
 }
 
 // The system's error texts come in one language only, so `language` changes
 // nothing. Like the Windows message call, a region too small for the whole
 // text and its terminator gets nothing and the system's "result too large"
-// number, ERANGE.
+// number, ERANGE; a code the system has no text for gets nothing and EINVAL.
 int32_t system_message(int32_t code, uint32_t /*language*/, char* out, size_t size) {
   char buffer[256];
+  if (!has_text(code)) return EINVAL;
   const char* message = strerror_text(strerror_r(code, buffer, sizeof buffer), buffer);
+  if (message == nullptr) return EINVAL;
   const size_t length = std::strlen(message);
   if (length + 1 > size) return ERANGE;
   std::memcpy(out, message, length + 1);
