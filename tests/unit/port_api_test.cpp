@@ -108,6 +108,7 @@ TEST(PortApi, SetUriTakesOnlyUriTextAndIsUsedAtTheNextOpen) {
   VORN_PORT port = nullptr;
   ASSERT_EQ(vorn_io_port_creator(&port, "LPT1"), VORN_OK);
   EXPECT_EQ(vorn_io_set_uri(port, "LPT2"), VORN_ERR_PARAMETER);
+  EXPECT_EQ(vorn_io_set_uri(port, "vorn:/dev/bus/LPT/LPT1?a=+b"), VORN_ERR_PARAMETER);
   ASSERT_EQ(vorn_io_set_uri(port, "vorn:/dev/bus/LPT//tmp/printer"), VORN_OK);
   ASSERT_EQ(vorn_io_open(port), VORN_OK);
   EXPECT_EQ(device.opened_paths, std::vector<std::string>{"/tmp/printer"});
