@@ -89,15 +89,18 @@ TEST(PortApi, CommaFormOverlongAndPlainUrisGiveTheirNormalisedText) {
     std::string text, uri;
   } rows[] = {{" LPT1 ", "vorn:/dev/bus/LPT/LPT1"},
               {"vorn:/dev/bus/LPT/LPT1", "vorn:/dev/bus/LPT/LPT1"},
+              {"NET,10.0.0.7", "vorn:/dev/bus/NET/DEVICE?ip=10.0.0.7+port=9100"},
               {long_uri, long_uri.substr(0, 255)}};  // cut to 255 bytes, parsed as cut
   for (const auto& row : rows) {
     VORN_PORT port = nullptr;
     ASSERT_EQ(vorn_io_port_creator(&port, row.text.c_str()), VORN_OK) << row.text;
-    char uri[256] = {};
+    char uri[257];
+    std::fill(std::begin(uri), std::end(uri), '#');
     uint32_t length = 0;
     ASSERT_EQ(vorn_io_get_uri(port, uri, sizeof uri, &length), VORN_OK);
     EXPECT_EQ(uri, row.uri);
     EXPECT_EQ(length, row.uri.size());
+    EXPECT_EQ(uri[length + 1], '#') << "nothing after the terminator";
     EXPECT_EQ(vorn_io_get_uri(port, uri, length, &length), VORN_ERR_BUFFER_TOO_SMALL);
     vorn_io_port_destroy(port);
   }
