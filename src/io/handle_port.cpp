@@ -209,6 +209,16 @@ int32_t handle_port_open_device(HandlePortState* state) {
   return VORN_OK;
 }
 
+int32_t handle_port_open_named(HandlePortState* state,
+                               void (*device_path_for)(const char* name, char* out, size_t size)) {
+  // The stored URI is one that parsed before and parses again.
+  vorn_uri record;
+  const int32_t result = vorn_io_uri_from_str(&record, state->uri);
+  if (result != VORN_OK) return result;
+  device_path_for(record.name, state->device_path, sizeof state->device_path);
+  return handle_port_open_device(state);
+}
+
 int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset, uint32_t length,
                       uint32_t* transferred) {
   int32_t error = check_ready(state);

@@ -6,6 +6,8 @@
 #include <vorn/vorn.h>
 
 #include <cstdint>
+#include <memory>
+#include <span>
 
 #include "printer/catalogue.h"
 
@@ -89,5 +91,19 @@ int32_t raw_read(VORN_PRINTER handle, uint8_t* buffer, uint32_t length);
 // system's invalid-parameter number; other conversion failures give the
 // system's number.
 int32_t to_narrow_text(const VORN_WCHAR* text, char* out, uint32_t size, uint32_t* written);
+
+// Text converted to the system's narrow code page, in a zero-filled buffer
+// that terminates it.
+struct NarrowText {
+  std::unique_ptr<uint8_t[]> bytes;
+  uint32_t length = 0;  // up to the first zero byte
+  std::span<const uint8_t> view() const { return {bytes.get(), length}; }
+};
+
+// Converts a zero-terminated UTF-16 text into a buffer as large as the code
+// page needs (UTF-8 takes up to three bytes a unit, more than the 2n + 2 a
+// Windows code page can need), so text is never refused for its encoding.
+// The same failures as to_narrow_text, and -9 when memory runs out.
+int32_t to_narrow_owned(const VORN_WCHAR* text, NarrowText* out);
 
 }  // namespace vorn::printer

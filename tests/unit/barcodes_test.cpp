@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <iterator>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/scoped_env.h"
 
 namespace vorn::test {
 namespace {
@@ -155,11 +154,10 @@ TEST(BarcodesAndSymbols, LengthFieldsMustHoldTheData) {
   EXPECT_TRUE(contains(session.take_written(), "1D 28 6B 2F 01 31 50 30 41 41"));
   // Three bytes per character in UTF-8 exceed the 2n + 2 bytes a Windows
   // code page could need; the data is still taken whole.
-  const char* old = std::getenv("LC_ALL");
-  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
-  setenv("LC_ALL", "C.UTF-8", 1);
-  EXPECT_EQ(print(103, u"\u4E2D\u6587\u4E2D\u6587"), VORN_OK);
-  saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
+  {
+    ScopedEnv utf8("VORN_CODEPAGE", "UTF-8");
+    EXPECT_EQ(print(103, u"\u4E2D\u6587\u4E2D\u6587"), VORN_OK);
+  }
   EXPECT_TRUE(
       contains(session.take_written(), "0F 00 31 50 30 E4 B8 AD E6 96 87 E4 B8 AD E6 96 87"));
 }

@@ -90,13 +90,24 @@ TEST(SerialRules, BaudRatesWriteConstantsAndDeviceNames) {
   // Whole seconds, rounded up, and never below 2000.
   const uint32_t constants[][2] = {{1200, 16200}, {4800, 3600}, {9600, 2000}};
   for (const auto& row : constants) EXPECT_EQ(io::automatic_write_constant(4096, row[0]), row[1]);
-  const char* names[][2] = {{"COM10", "/dev/ttyS9"},     {"/dev/pts/4", "/dev/pts/4"},
-                            {"ttyUSB0", "/dev/ttyUSB0"}, {"COM0", "/dev/COM0"},
-                            {"COM01", "/dev/COM01"},     {"com1", "/dev/com1"}};
+  // Names that exist nowhere here; the parallel driver shares the rule.
+  const auto serial = platform::serial_device_path;
+  const auto parallel = platform::parallel_device_path;
+  const struct {
+    void (*map)(const char*, char*, size_t);
+    const char *name, *path;
+  } names[] = {
+      {serial, "COM10", "/dev/ttyS9"},       {serial, "/dev/pts/4", "/dev/pts/4"},
+      {serial, "ttyUSB0", "/dev/ttyUSB0"},   {serial, "COM0", "/dev/COM0"},
+      {serial, "COM01", "/dev/COM01"},       {serial, "com1", "/dev/ttyS0"},
+      {serial, "LPT1", "/dev/LPT1"},         {parallel, "lpt1", "/dev/lp0"},
+      {parallel, "Lpt12", "/dev/lp11"},      {parallel, "COM1", "/dev/COM1"},
+      {parallel, "usb/lp0", "/dev/usb/lp0"},
+  };
   for (const auto& row : names) {
     char path[64];
-    platform::serial_device_path(row[0], path, sizeof path);
-    EXPECT_STREQ(path, row[1]) << row[0];
+    row.map(row.name, path, sizeof path);
+    EXPECT_STREQ(path, row.path) << row.name;
   }
 }
 

@@ -5,12 +5,11 @@
 #include <vorn/vorn.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/scoped_env.h"
 
 namespace vorn::test {
 namespace {
@@ -115,15 +114,16 @@ TEST(PrintText, RoomForTheConvertedText) {
   EXPECT_EQ(session.context().capacity, 256u + 384u);
   EXPECT_EQ(session.take_written(), std::vector<uint8_t>(300, 'x'));
 
-  // Two bytes per character and two more is all a converted text may take:
-  // two UTF-8 characters of three bytes fit, three do not.
-  const char* old = std::getenv("LC_ALL");
-  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
-  setenv("LC_ALL", "en_US.UTF-8", 1);
-  EXPECT_EQ(PrintTextS(session.handle(), u"中文"), VORN_OK);
-  EXPECT_EQ(PrintTextS(session.handle(), u"中文字"), VORN_ERR_BUFFER_TOO_SMALL);
-  saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
-  EXPECT_EQ(session.take_written(), hex("E4 B8 AD E6 96 87"));
+  // Text is never refused for its encoding: UTF-8 takes three bytes for one
+  // unit, more than the two a Windows code page can need.
+  ScopedEnv utf8("VORN_CODEPAGE", "UTF-8");
+  const std::u16string cjk(300, u'中');
+  EXPECT_EQ(PrintTextS(session.handle(), cjk.c_str()), VORN_OK);
+  EXPECT_EQ(PrintText(session.handle(), u"中文字", 0, 0, 0), VORN_OK);
+  const std::vector<uint8_t> written = session.take_written();
+  ASSERT_EQ(written.size(), 900u + 12u + 9u);
+  EXPECT_EQ(std::vector<uint8_t>(written.end() - 9, written.end()),
+            hex("E4 B8 AD E6 96 87 E5 AD 97"));
   EXPECT_TRUE(session.pending().empty());
 }
 
