@@ -26,8 +26,9 @@ constexpr const char* kUsage =
     "  vorn list-models\n"
     "      one line per catalogue model: index, model id, type flags, dots per line,\n"
     "      model name, description (tab-separated)\n"
-    "  vorn annotate FILE\n"
-    "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning\n"
+    "  vorn annotate FILE [--model NAME]\n"
+    "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning;\n"
+    "      with --model, read as that model takes them\n"
     "printer commands, each with --model NAME (default unknown) and --port PORT;\n"
     "PORT is a port URI (vorn:/dev/bus/LPT//tmp/out.prn) or a comma form\n"
     "(COM1,9600  NET,192.168.1.100  USB  LPT1):\n"
@@ -98,12 +99,19 @@ int list_models(const CommandLine&) {
 }
 
 int annotate(const CommandLine& line) {
+  uint32_t model_id = kAnyModel;
+  if (line.values.contains("--model")) {
+    const std::string name = line.text("--model", "");
+    const printer::CatalogueRow* row = printer::find_model_by_name(name.c_str());
+    if (row == nullptr) return usage_error("unknown model " + name + ", see vorn list-models");
+    model_id = row->model_id;
+  }
   std::vector<uint8_t> bytes;
   if (!read_file(line.arguments[0], &bytes)) {
     std::fprintf(stderr, "vorn: cannot read %s\n", line.arguments[0].c_str());
     return kUsageError;
   }
-  std::fputs(format_annotation(bytes, annotate_escpos(bytes)).c_str(), stdout);
+  std::fputs(format_annotation(bytes, annotate_escpos(bytes, model_id)).c_str(), stdout);
   return 0;
 }
 
@@ -318,7 +326,7 @@ OptionSyntax printer_syntax(size_t arguments, std::vector<std::string> values,
 const std::vector<Command>& commands() {
   static const std::vector<Command> kCommands = {
       {"list-models", {}, list_models},
-      {"annotate", {1, {}, {}}, annotate},
+      {"annotate", {1, {"--model"}, {}}, annotate},
       {"send", printer_syntax(0, {"--hex", "--file"}), send},
       {"text", printer_syntax(1, {"--align", "--size"}, {"--bold"}), text},
       {"barcode", printer_syntax(1, {"--type", "--width", "--height", "--hri", "--align"}),

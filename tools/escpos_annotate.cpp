@@ -45,25 +45,30 @@ bool starts_with(Bytes bytes, std::string_view prefix) {
                     [](char p, uint8_t b) { return static_cast<uint8_t>(p) == b; });
 }
 
-// The shape with the longest prefix that `rest` begins with.
-const CommandShape* whole_prefix_match(Bytes rest) {
+// The shape with the longest prefix that `rest` begins with; the model's own
+// form wins over the standard one with the same prefix.
+const CommandShape* whole_prefix_match(Bytes rest, uint32_t model_id) {
   const CommandShape* best = nullptr;
-  for (const CommandShape& shape : command_shapes()) {
-    if (starts_with(rest, shape.prefix) &&
-        (best == nullptr || shape.prefix.size() > best->prefix.size())) {
-      best = &shape;
+  for (auto shapes : {model_shapes(model_id), command_shapes()}) {
+    for (const CommandShape& shape : shapes) {
+      if (starts_with(rest, shape.prefix) &&
+          (best == nullptr || shape.prefix.size() > best->prefix.size())) {
+        best = &shape;
+      }
     }
   }
   return best;
 }
 
 // A shape whose prefix goes on past the end of `rest`, which begins it.
-const CommandShape* cut_prefix_match(Bytes rest) {
-  for (const CommandShape& shape : command_shapes()) {
-    if (shape.prefix.size() > rest.size() &&
-        std::equal(rest.begin(), rest.end(), shape.prefix.begin(),
-                   [](uint8_t b, char p) { return static_cast<uint8_t>(p) == b; })) {
-      return &shape;
+const CommandShape* cut_prefix_match(Bytes rest, uint32_t model_id) {
+  for (auto shapes : {model_shapes(model_id), command_shapes()}) {
+    for (const CommandShape& shape : shapes) {
+      if (shape.prefix.size() > rest.size() &&
+          std::equal(rest.begin(), rest.end(), shape.prefix.begin(),
+                     [](uint8_t b, char p) { return static_cast<uint8_t>(p) == b; })) {
+        return &shape;
+      }
     }
   }
   return nullptr;
@@ -74,13 +79,13 @@ std::string truncated(std::string_view name, size_t present) {
          (present == 1 ? " byte" : " bytes");
 }
 
-AnnotatedCommand next_command(Bytes rest, size_t offset) {
+AnnotatedCommand next_command(Bytes rest, size_t offset, uint32_t model_id) {
   if (is_text(rest[0])) {
     size_t n = 1;
     while (n < rest.size() && is_text(rest[n])) ++n;
     return {offset, n, "text " + quoted(rest.first(n))};
   }
-  if (const CommandShape* shape = whole_prefix_match(rest)) {
+  if (const CommandShape* shape = whole_prefix_match(rest, model_id)) {
     uint64_t needed = shape->length != nullptr ? shape->length(rest) : shape->fixed_length;
     needed = std::max<uint64_t>(needed, shape->prefix.size());
     if (needed > rest.size()) return {offset, rest.size(), truncated(shape->name, rest.size())};
@@ -88,7 +93,7 @@ AnnotatedCommand next_command(Bytes rest, size_t offset) {
   }
   const char* introducer = introducer_name(rest[0]);
   if (rest.size() >= 2) {
-    if (const CommandShape* shape = cut_prefix_match(rest)) {
+    if (const CommandShape* shape = cut_prefix_match(rest, model_id)) {
       return {offset, rest.size(), truncated(shape->name, rest.size())};
     }
   }
@@ -98,13 +103,7 @@ AnnotatedCommand next_command(Bytes rest, size_t offset) {
     return {offset, 1, text};
   }
   if (rest.size() == 1) return {offset, 1, truncated(introducer, 1)};
-  char text[48];
-  if (is_text(rest[1]) && rest[1] < 0x7F) {
-    std::snprintf(text, sizeof text, "%s %c unknown command", introducer, rest[1]);
-  } else {
-    std::snprintf(text, sizeof text, "%s 0x%02X unknown command", introducer, rest[1]);
-  }
-  return {offset, 2, text};
+  return {offset, 2, std::string(introducer) + " " + command_byte(rest[1]) + " unknown command"};
 }
 
 bool shown_abbreviated(const std::string& hex) {
@@ -113,11 +112,11 @@ bool shown_abbreviated(const std::string& hex) {
 
 }  // namespace
 
-std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes) {
+std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes, uint32_t model_id) {
   std::vector<AnnotatedCommand> commands;
   size_t offset = 0;
   while (offset < bytes.size()) {
-    commands.push_back(next_command(bytes.subspan(offset), offset));
+    commands.push_back(next_command(bytes.subspan(offset), offset, model_id));
     offset += commands.back().length;
   }
   return commands;

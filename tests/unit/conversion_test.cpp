@@ -123,6 +123,14 @@ Picture one_bit(int32_t width, int32_t height, std::vector<uint8_t> bits,
   return {width, height, 1, {}, std::move(bits), std::move(table), bottom_up};
 }
 
+// Pixels of equal channels; 0, 50, 64, 72 and 128 keep their value as gray,
+// 255 becomes 254.
+Picture gray_rows(int32_t width, const std::vector<uint8_t>& levels) {
+  std::vector<Rgb> pixels;
+  for (uint8_t level : levels) pixels.push_back({level, level, level});
+  return colour(width, static_cast<int32_t>(levels.size()) / width, std::move(pixels));
+}
+
 const std::u16string kPath = u"picture.png";
 
 // Converts `picture` to the raster (or column) layout; the image must be
@@ -168,6 +176,11 @@ TEST(Conversion, GivesTheExpectedDots) {
       // Any depth but 1 is diffused, alpha-carrying ones included: 128 is a
       // dot passing +128, of which the 56 to the right keep gray 100 blank.
       {"depth_32_diffused", colour(2, 1, {{128, 128, 128}, {100, 100, 100}}, 32), "80"},
+      // Three errors of +128 lift the white middle pixel below to 254 + 72
+      // and its left neighbour's +56 takes it to 382, the highest value a
+      // pixel can reach: error 127 passes 55 right, so 50 + 8 + 40 + 55 = 153
+      // stays blank.
+      {"highest_value_passes_55_right", gray_rows(3, {128, 72, 72, 64, 255, 50}), "E0 80"},
       // Average threshold, in columns: below 128 is a dot, by integer division.
       {"integer_average_128_is_blank", colour(1, 1, {{127, 128, 129}}), "00", true},
       {"integer_average_127_is_a_dot", colour(1, 1, {{126, 128, 129}}), "80", true},
