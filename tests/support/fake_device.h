@@ -45,6 +45,7 @@ class FakeDevice {
   std::vector<uint32_t> write_requests;  // bytes offered to each write attempt
   std::vector<uint32_t> write_waits;     // wait limit given to each write attempt
   std::vector<uint32_t> read_requests;   // bytes asked by each read attempt
+  std::vector<uint32_t> read_waits;      // wait limit given to each read attempt
 
   static FakeDevice* active();
 };
