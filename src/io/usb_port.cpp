@@ -56,7 +56,9 @@ bool location_matches(const Search& search, const char* location) {
   return std::strcmp(upper, search.state->location) == 0;
 }
 
-bool serves_printers(const char* service) {
+}  // namespace
+
+bool usb_serves_printers(const char* service) {
   if (!fits(service, kServiceBuffer)) return false;
   char lower[kServiceBuffer] = {};
   for (std::size_t i = 0; service[i] != '\0'; ++i) {
@@ -65,6 +67,12 @@ bool serves_printers(const char* service) {
   }
   return std::strstr(kPrintService, lower) != nullptr;
 }
+
+bool usb_is_restricted(const char* upper_hardware_id) {
+  return std::strstr(upper_hardware_id, kRestrictedId) != nullptr;
+}
+
+namespace {
 
 // One device of the enumeration; false once the printer is chosen.
 bool consider(const platform::UsbDevice& device, void* context) {
@@ -81,10 +89,10 @@ bool consider(const platform::UsbDevice& device, void* context) {
     // and never stands in for it.
     choose = state->any_device ||
              (state->location[0] != '\0' && location_matches(search, device.location));
-  } else if (std::strstr(id, kRestrictedId) != nullptr) {
+  } else if (usb_is_restricted(id)) {
     state->restricted_device = 1;
     choose = true;
-  } else if (!search.has_fallback && serves_printers(device.service)) {
+  } else if (!search.has_fallback && usb_serves_printers(device.service)) {
     // The first printer-class device stays the stand-in; later ones do not
     // replace it.
     copy_text(search.fallback, sizeof search.fallback, device.path);

@@ -24,6 +24,11 @@ struct UsbState {
 // occurs in `upper_hardware_id` (already upper-cased), 0 for none.
 int usb_vendor_table_match(const char* upper_hardware_id);
 
+// The device that is chosen when met although it is not in the table.
+bool usb_is_restricted(const char* upper_hardware_id);
+// True when a device of this service may stand in for a supported printer.
+bool usb_serves_printers(const char* service);
+
 // ASCII letters a to z to upper case, in place, within `size` bytes.
 void usb_upper(char* text, std::size_t size);
 

@@ -64,6 +64,20 @@ TEST_F(UsbPrinterTest, OpensByVendorTableAndByLocationAndListsBoth) {
   ASSERT_EQ(vorn_io_list_usb(list, sizeof list, &used, 0), VORN_OK);
   EXPECT_STREQ(list, "1-1.4|1-2");
   EXPECT_EQ(used, 10u);
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(cli::run_command({"list-usb"}), 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "1-1.4\n1-2\n");
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(cli::run_command({"list-usb", "--all"}), 0);
+  const std::string all = ::testing::internal::GetCapturedStdout();
+  EXPECT_NE(all.find("/dev/bus/usb/001/006\tUSB\\VID_046D&PID_C52B&REV_1200\t1-1.1\thid\tnot a "
+                     "printer\n"),
+            std::string::npos)
+      << all;
+  EXPECT_NE(all.find("/dev/bus/usb/001/003\tUSB\\VID_067E&PID_000D&REV_0200\t1-2\tusbprint\t"
+                     "supported printer\n"),
+            std::string::npos)
+      << all;
 
   Bytes data(10000);
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7);
@@ -100,6 +114,7 @@ TEST_F(UsbPrinterTest, PrinterClassDeviceStandsInForSupportedPrinters) {
 }
 
 TEST_F(UsbPrinterTest, StatusCommandReadsTheAnswers) {
+  bed->add(kVendorClassPrinter);  // met first, but not at the location asked for
   TestPrinter& printer = bed->add(kPrinterClassPrinter);
   printer.answer({0x10, 0x04, 0x01}, {0x12});
   printer.answer({0x10, 0x04, 0x02}, {0x16});  // cover open
