@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -11,6 +12,8 @@
 #include "call_report.h"
 #include "cli_options.h"
 #include "escpos_annotate.h"
+#include "io/usb_port.h"
+#include "platform/usb.h"
 #include "printer/catalogue.h"
 #include "receipt.h"
 #include "text16.h"
@@ -26,12 +29,16 @@ constexpr const char* kUsage =
     "  vorn list-models\n"
     "      one line per catalogue model: index, model id, type flags, dots per line,\n"
     "      model name, description (tab-separated)\n"
+    "  vorn list-usb [--all]\n"
+    "      the locations of the supported USB printers present, one a line; with\n"
+    "      --all every USB device: path, identifier, location, service, and what\n"
+    "      the printer search makes of it\n"
     "  vorn annotate FILE [--model NAME]\n"
     "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning;\n"
     "      with --model, read as that model takes them\n"
     "printer commands, each with --model NAME (default unknown) and --port PORT;\n"
     "PORT is a port URI (vorn:/dev/bus/LPT//tmp/out.prn) or a comma form\n"
-    "(COM1,9600  NET,192.168.1.100  USB  LPT1):\n"
+    "(COM1,9600  NET,192.168.1.100  USB  USB,1-1.4  LPT1):\n"
     "  vorn send (--hex \"1b 40 ...\" | --file PATH)      raw bytes\n"
     "  vorn text TEXT [--align 0|1|2] [--bold] [--size 0x11]\n"
     "      a line feed is added unless TEXT ends with one\n"
@@ -73,7 +80,7 @@ class Numbers {
 // says whether every reported call succeeded.
 template <typename Body>
 int with_printer(const CommandLine& line, Body body) {
-  std::string port = line.text("--port", "");
+  std::string port = port_description(line.text("--port", ""));
   if (port.empty()) return usage_error("this command needs --port");
   CallReport report(stdout);
   OpenPrinter printer(line.text("--model", "unknown"), port, report);
@@ -94,6 +101,50 @@ int list_models(const CommandLine&) {
   for (const auto& row : printer::catalogue()) {
     std::printf("%d\t0x%X\t0x%X\t%u\t%s\t%s\n", index++, row.model_id, row.type_flags,
                 row.dots_per_line, row.model_name, row.description);
+  }
+  return 0;
+}
+
+// What the printer search makes of a device.
+const char* search_role(const platform::UsbDevice& device) {
+  if (device.hardware_id == nullptr) return "no identifier";
+  char id[256] = {};
+  std::snprintf(id, sizeof id, "%s", device.hardware_id);
+  io::usb_upper(id, sizeof id);
+  if (io::usb_vendor_table_match(id) != 0) return "supported printer";
+  if (io::usb_is_restricted(id)) return "supported printer (restricted)";
+  if (io::usb_serves_printers(device.service)) {
+    return "printer class: chosen when no supported printer is found";
+  }
+  return "not a printer";
+}
+
+int list_usb(const CommandLine& line) {
+  if (line.has_switch("--all")) {
+    const int32_t result = platform::usb().enumerate(
+        [](const platform::UsbDevice& device, void*) {
+          auto text = [](const char* value) { return value != nullptr ? value : "-"; };
+          std::printf("%s\t%s\t%s\t%s\t%s\n", text(device.path), text(device.hardware_id),
+                      text(device.location), text(device.service), search_role(device));
+          return true;
+        },
+        nullptr);
+    if (result != VORN_OK) std::fprintf(stderr, "vorn: USB devices: error %d\n", result);
+    return result == VORN_OK ? 0 : 1;
+  }
+  char list[4096];
+  uint32_t used = 0;
+  const int32_t result = vorn_io_list_usb(list, sizeof list, &used, 0);
+  if (result != VORN_OK) {
+    std::fprintf(stderr, "vorn: vorn_io_list_usb: error %d\n", result);
+    return 1;
+  }
+  for (char* entry = list; used > 0;) {
+    char* end = std::strchr(entry, '|');
+    if (end != nullptr) *end = '\0';
+    std::printf("%s\n", entry);
+    if (end == nullptr) break;
+    entry = end + 1;
   }
   return 0;
 }
@@ -326,6 +377,7 @@ OptionSyntax printer_syntax(size_t arguments, std::vector<std::string> values,
 const std::vector<Command>& commands() {
   static const std::vector<Command> kCommands = {
       {"list-models", {}, list_models},
+      {"list-usb", {0, {}, {"--all"}}, list_usb},
       {"annotate", {1, {"--model"}, {}}, annotate},
       {"send", printer_syntax(0, {"--hex", "--file"}), send},
       {"text", printer_syntax(1, {"--align", "--size"}, {"--bold"}), text},

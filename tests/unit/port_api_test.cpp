@@ -24,7 +24,6 @@ TEST(PortCreation, RefusedTextsHandOutNoPortAndKeepNoLock) {
       {"vorn:/dev/bus/FILE/DEVICE?filename=out.prn", VORN_ERR_PRINTER_NOT_SUPPORTED},
       {"FILE,out.prn", VORN_ERR_PRINTER_NOT_SUPPORTED},
       {"vorn:/dev/bus/com/COM1?baudrate=9600", VORN_ERR_PRINTER_NOT_SUPPORTED},
-      {"USB", VORN_ERR_PRINTER_NOT_SUPPORTED},  // no USB driver in this build
       {"vorn:/dev/bus/COM/COM3?speed=9600", VORN_ERR_IO_INVALID_SETTING},  // driver refuses
   };
   for (const auto& row : rows) {
