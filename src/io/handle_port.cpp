@@ -61,9 +61,6 @@ platform::Attempt paced_read(HandlePortState* state, uint8_t* target, uint32_t p
 
 int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t length,
                             uint32_t* transferred) {
-  // Even the first single-byte attempt would store a byte the caller has no
-  // room for.
-  if (length == 0) return VORN_OK;
   const platform::DeviceFileOps& device = state->device();
   const uint64_t read_budget =
       budget(state->timeouts[kReadMultiplier], length, state->timeouts[kReadConstant]);
@@ -367,6 +364,10 @@ int32_t timed_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uin
                    uint32_t* transferred) {
   int32_t error = check_ready(state);
   if (error != VORN_OK) return error;
+  // A read of nothing stores nothing: every path below would otherwise make
+  // an attempt of at least one byte (the parallel poll, the USB scratch
+  // buffer) and wait out its budget for it.
+  if (length == 0) return VORN_OK;
   if (state->overlapped) return overlapped_timed_read(state, buffer + offset, length, transferred);
   if (state->kind == VORN_PORT_PARALLEL) {
     return parallel_timed_read(state, buffer + offset, length, transferred);
