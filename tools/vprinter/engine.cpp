@@ -98,7 +98,7 @@ void Engine::feed(Bytes bytes) {
       at = pending_.size();
       break;
     }
-    if (item.kind == cli::EscposItem::kText) {
+    if (item.kind == cli::EscposItem::kText && !user_setting_mode_) {
       const size_t used = text(rest.first(item.length), at + item.length == pending_.size());
       if (used == 0) break;
       at += used;
@@ -112,6 +112,12 @@ void Engine::feed(Bytes bytes) {
 }
 
 void Engine::execute(const cli::EscposItem& item, Bytes command) {
+  // In user setting mode the printer takes only user settings and
+  // real-time commands; everything else is left unread.
+  if (user_setting_mode_ && (item.shape == nullptr ||
+                             (item.shape->prefix != "\x1d(E"sv && item.shape->prefix[0] != 0x10))) {
+    return;
+  }
   if (item.kind == cli::EscposItem::kUnknown) {
     char text[64];
     if (item.introducer == nullptr) {
@@ -133,7 +139,7 @@ void Engine::end_of_stream() {
       text(rest, false);
     } else {
       log(hex_offset(offset_) + ": command cut short after " + std::to_string(rest.size()) +
-          " bytes, dropped");
+          (rest.size() == 1 ? " byte" : " bytes") + ", dropped");
     }
   }
   pending_.clear();
@@ -296,7 +302,9 @@ void Engine::chinese_off(Bytes) {
 // GS ( E: user settings. Setting 8 of function 5 is the code table the
 // printer starts with; it stays over ESC @.
 void Engine::user_setting(Bytes c) {
-  if (byte_at(c, 5) == 5 && byte_at(c, 6) == 8) {
+  if (byte_at(c, 5) == 1) user_setting_mode_ = true;
+  if (byte_at(c, 5) == 2) user_setting_mode_ = false;
+  if (user_setting_mode_ && byte_at(c, 5) == 5 && byte_at(c, 6) == 8) {
     user_code_table_ = static_cast<uint8_t>(byte_at(c, 7));
     log("user setting: code table " + std::to_string(byte_at(c, 7)));
   }

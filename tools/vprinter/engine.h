@@ -194,6 +194,7 @@ class Engine {
   int area_width_ = 0;  // 0: to the right edge
   uint8_t code_table_ = 0;
   std::optional<uint8_t> user_code_table_;  // kept by ESC @, like a user setting
+  bool user_setting_mode_ = false;
   bool chinese_ = false;
   int barcode_module_ = 3;
   int barcode_height_ = 162;

@@ -1,13 +1,15 @@
 #include "fonts.h"
 
 #include <ft2build.h>
+
+#include "gbk.h"
 #include FT_FREETYPE_H
 
 namespace vorn::vprinter {
 namespace {
 
 // Debian's fonts-terminus-otb (bitmap strikes of 12 x 24 and 8 x 16 dots)
-// and fonts-wqy-zenhei, whose outlines carry a GB character map.
+// and fonts-wqy-zenhei's outlines for Chinese characters.
 constexpr const char* kLatinRegular = "/usr/share/fonts/opentype/terminus/terminus-normal.otb";
 constexpr const char* kLatinBold = "/usr/share/fonts/opentype/terminus/terminus-bold.otb";
 constexpr const char* kChinese = "/usr/share/fonts/truetype/wqy/wqy-zenhei.ttc";
@@ -80,10 +82,6 @@ Fonts::Fonts() : faces_(std::make_unique<Faces>()) {
   open(kLatinRegular, &faces_->regular);
   open(kLatinBold, &faces_->bold);
   open(kChinese, &faces_->chinese);
-  if (faces_->chinese != nullptr && FT_Select_Charmap(faces_->chinese, FT_ENCODING_PRC) != 0) {
-    problems_ += problems_.empty() ? "" : ", ";
-    problems_ += "GB character map";
-  }
   if (!problems_.empty()) problems_ = "fonts missing: " + problems_;
 }
 
@@ -120,7 +118,7 @@ const Bitmap& Fonts::chinese(uint16_t code, bool font_b) {
     return entry->second;
   }
   select_pixels(face, font_b ? kChineseB.height - 1 : kChineseA.height - 2);
-  entry->second = render(face, FT_Get_Char_Index(face, code), cell, 1, 0);
+  entry->second = render(face, FT_Get_Char_Index(face, gbk_character(code)), cell, 1, 0);
   return entry->second;
 }
 
