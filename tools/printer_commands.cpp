@@ -85,6 +85,14 @@ std::optional<vprinter::EngineOptions> printer_model(const std::string& name) {
       row->dots_per_line > 0 ? static_cast<int>(row->dots_per_line) : kFallbackDots;
   options.model_id = row->model_id;
   options.type_flags = row->type_flags;
+  printer::CapabilityRecord* record = nullptr;
+  if (printer::create_capability_record(row->model_id, &record) == 0) {
+    const double dot_mm = 25.4 / record->resolution_dpi;
+    if (record->fine_motion_unit_mm > 0 && record->fine_motion_unit_mm < dot_mm * 0.75) {
+      options.vertical_units_per_dot = 2;
+    }
+    printer::destroy_capability_record(record);
+  }
   return options;
 }
 

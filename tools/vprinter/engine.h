@@ -34,6 +34,9 @@ struct EngineOptions {
   int dots_per_line = 576;
   uint32_t model_id = 0;    // catalogue model identifier; its own command forms apply
   uint32_t type_flags = 1;  // catalogue type flags: which firmware query it answers
+  // Page mode's vertical positions and sizes come in fine motion units;
+  // models with a unit of half a dot take 2 a dot.
+  int vertical_units_per_dot = 1;
   Conditions conditions;
 };
 

@@ -105,10 +105,11 @@ void Engine::print_area(Bytes c) {
   // The 0x1102 models' form has a 0x00 byte before the fields.
   const size_t at = c.size() == 11 ? 3 : 2;
   const int x = static_cast<int>(u16_at(c, at));
-  const int y = static_cast<int>(u16_at(c, at + 2));
+  const int per_dot = std::max(1, options_.vertical_units_per_dot);
+  const int y = static_cast<int>(u16_at(c, at + 2)) / per_dot;
   const int width = std::min(static_cast<int>(u16_at(c, at + 4)), options_.dots_per_line - x);
-  const int height =
-      std::min(static_cast<int>(u16_at(c, at + 6)), kMaxPageRows - std::min(y, kMaxPageRows));
+  const int height = std::min(static_cast<int>(u16_at(c, at + 6)) / per_dot,
+                              kMaxPageRows - std::min(y, kMaxPageRows));
   if (x >= options_.dots_per_line || width <= 0 || height <= 0) {
     log("print area outside the paper, ignored");
     return;
@@ -143,7 +144,7 @@ void Engine::vertical_position(Bytes c) {
   const int x = line_x_;
   print_line(false);
   line_x_ = x;
-  page_.pos_y = static_cast<int>(u16_at(c, 2));
+  page_.pos_y = static_cast<int>(u16_at(c, 2)) / std::max(1, options_.vertical_units_per_dot);
 }
 
 }  // namespace vorn::vprinter
