@@ -92,6 +92,7 @@ struct DotsCase {
   const char* kind;
   int x, y;
   std::vector<std::string> expected;  // the only dots of the picture
+  uint32_t model_id = 0;
 };
 
 const DotsCase kImageCases[] = {
@@ -164,14 +165,15 @@ const DotsCase kImageCases[] = {
      "page",
      4,
      0,
-     {"########"}},
+     {"########"},
+     0x1102},
 };
 
 TEST(VirtualPrinter, DrawsImagesDotForDot) {
   for (const DotsCase& c : kImageCases) {
     SCOPED_TRACE(c.name);
     EngineOptions options = paper();
-    if (std::string(c.name).find("0x1102") != std::string::npos) options.model_id = 0x1102;
+    options.model_id = c.model_id;
     Printed printed = print(hex(c.input), options);
     Bitmap picture = only_picture(printed, c.kind);
     const int w = static_cast<int>(c.expected[0].size());
@@ -239,12 +241,8 @@ TEST(VirtualPrinter, FontsAndCodeTablesChooseTheGlyph) {
   draw(font_b, fonts().latin(u'H', true, false), 0, 0);
   draw(chinese, fonts().chinese(0xD6D0, false), 0, 0);
   const Case cases[] = {
-      {"80 0A", c_cedilla},
-      {"1B 74 10 80 0A", euro},
-      {user_table_16 + "80 0A", euro},
-      {"1B 45 01 48 0A", bold},
-      {"1B 4D 01 48 0A", font_b},
-      {"1C 26 D6 D0 0A", chinese},
+      {"80 0A", c_cedilla},     {"1B 74 10 80 0A", euro},   {user_table_16 + "80 0A", euro},
+      {"1B 45 01 48 0A", bold}, {"1B 4D 01 48 0A", font_b}, {"1C 26 D6 D0 0A", chinese},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.input);
