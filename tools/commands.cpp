@@ -15,6 +15,7 @@
 #include "io/usb_port.h"
 #include "platform/usb.h"
 #include "printer/catalogue.h"
+#include "printer_commands.h"
 #include "receipt.h"
 #include "text16.h"
 
@@ -36,6 +37,11 @@ constexpr const char* kUsage =
     "  vorn annotate FILE [--model NAME]\n"
     "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning;\n"
     "      with --model, read as that model takes them\n"
+    "  vorn printer [--listen 127.0.0.1:9100] [--model NAME] [--out DIR] [--state LIST]\n"
+    "               [--answer-delay 10]\n"
+    "      a virtual network printer: draws each receipt into DIR as a PNG and answers\n"
+    "      status queries; LIST: paper-near-end,paper-out,cover-open,drawer-open,offline\n"
+    "  vorn render FILE [-o DIR] [--model NAME]   draws captured ESC/POS bytes as PNGs\n"
     "printer commands, each with --model NAME (default unknown) and --port PORT;\n"
     "PORT is a port URI (vorn:/dev/bus/LPT//tmp/out.prn) or a comma form\n"
     "(COM1,9600  NET,192.168.1.100  USB  USB,1-1.4  LPT1):\n"
@@ -379,6 +385,10 @@ const std::vector<Command>& commands() {
       {"list-models", {}, list_models},
       {"list-usb", {0, {}, {"--all"}}, list_usb},
       {"annotate", {1, {"--model"}, {}}, annotate},
+      {"printer",
+       {0, {"--listen", "--model", "--out", "--state", "--answer-delay"}, {}},
+       run_printer},
+      {"render", {1, {"--model", "--out"}, {}}, run_render},
       {"send", printer_syntax(0, {"--hex", "--file"}), send},
       {"text", printer_syntax(1, {"--align", "--size"}, {"--bold"}), text},
       {"barcode", printer_syntax(1, {"--type", "--width", "--height", "--hri", "--align"}),
@@ -409,8 +419,11 @@ int run_command(const std::vector<std::string>& words) {
   for (const Command& command : commands()) {
     if (words[0] != command.name) continue;
     CommandLine line;
-    std::string problem =
-        parse_command_line({words.begin() + 1, words.end()}, command.syntax, &line);
+    std::vector<std::string> rest(words.begin() + 1, words.end());
+    for (std::string& word : rest) {
+      if (word == "-o" && words[0] == "render") word = "--out";  // its one short option
+    }
+    std::string problem = parse_command_line(rest, command.syntax, &line);
     if (!problem.empty()) return usage_error(words[0] + ": " + problem);
     return command.run(line);
   }

@@ -390,6 +390,8 @@ const CommandShape kShapes[] = {
     {"\x10\x14"sv, "DLE DC4 real-time command", 0, dle_dc4_length, dle_dc4},
 
     {"\x1c" "q"sv, "FS q NV bit images", 0, fs_q_length, nv_bit_images},
+    {"\x1c" "&"sv, "FS &", 2, nullptr, [](Bytes) { return std::string("FS & Chinese character mode on"); }},
+    {"\x1c" "."sv, "FS .", 2, nullptr, [](Bytes) { return std::string("FS . Chinese character mode off"); }},
     {"\x1c" "p"sv, "FS p print NV bit image", 4, nullptr, [](Bytes c) { return text_of("FS p %u %u print NV bit image %u", c[2], c[3], c[2]) + scale_words(c[3]); }},
 
     {"\x12" "'w\x10"sv, "DC2 buzzer", 7, nullptr, [](Bytes c) { return text_of("DC2 ' w buzzer mode %u", c[4]); }},
