@@ -4,6 +4,21 @@
 #include <iterator>
 
 namespace vorn::test {
+namespace {
+
+class ValueScope {
+ public:
+  ValueScope() {
+    if (Args::value_guard) Args::value_guard(true);
+  }
+  ~ValueScope() {
+    if (Args::value_guard) Args::value_guard(false);
+  }
+  ValueScope(const ValueScope&) = delete;
+  ValueScope& operator=(const ValueScope&) = delete;
+};
+
+}  // namespace
 
 uint64_t Args::take(size_t count) {
   uint64_t value = 0;
@@ -35,6 +50,7 @@ int32_t Args::number(int32_t typical) {
 }
 
 std::u16string Args::text(std::u16string_view typical) {
+  ValueScope scope;
   if (bytes_.empty()) return std::u16string(typical);
   const uint8_t head = byte();
   if (head == 0) return std::u16string(typical);
@@ -48,10 +64,11 @@ std::u16string Args::text(std::u16string_view typical) {
   return text;
 }
 
-std::vector<uint8_t> Args::bytes(std::vector<uint8_t> typical) {
-  if (bytes_.empty()) return typical;
+std::vector<uint8_t> Args::bytes(std::initializer_list<uint8_t> typical) {
+  ValueScope scope;
+  if (bytes_.empty()) return std::vector<uint8_t>(typical);
   const uint8_t head = byte();
-  if (head == 0) return typical;
+  if (head == 0) return std::vector<uint8_t>(typical);
   const size_t length = std::min<size_t>(head == 0xFF ? 0 : head, bytes_.size());
   std::vector<uint8_t> out(bytes_.begin(), bytes_.begin() + static_cast<ptrdiff_t>(length));
   bytes_ = bytes_.subspan(length);
@@ -74,6 +91,11 @@ constexpr uint8_t kSampleBmp[] = {
 std::u16string& image_path() {
   static std::u16string path;
   return path;
+}
+
+std::string narrow(const std::u16string& text) {
+  ValueScope scope;
+  return std::string(text.begin(), text.end());
 }
 
 // Room for reads that the answers may fill.
@@ -204,7 +226,10 @@ constexpr PrinterCall kPrinterCalls[] = {
        // The caller's promise: (width + 7) / 8 * height bytes.
        const int64_t needed = width > 0 && height > 0 ? (int64_t{width} + 7) / 8 * height : 0;
        if (needed > 1 << 16) return static_cast<int32_t>(VORN_ERR_PARAMETER);
-       data.resize(std::max<size_t>(data.size(), static_cast<size_t>(needed)));
+       {
+         ValueScope scope;
+         data.resize(std::max<size_t>(data.size(), static_cast<size_t>(needed)));
+       }
        return PrintBitMapData(h, a.number(0), width, height, data.data());
      }},
     {"DefineNVImage",
@@ -242,7 +267,7 @@ constexpr PortCall kPortCalls[] = {
     {"vorn_io_set_uri",
      [](VORN_PORT p, Args& a) {
        const std::u16string uri = a.text(u"vorn:/dev/bus/LPT/LPT2");
-       return vorn_io_set_uri(p, std::string(uri.begin(), uri.end()).c_str());
+       return vorn_io_set_uri(p, narrow(uri).c_str());
      }},
     {"vorn_io_get_uri",
      [](VORN_PORT p, Args&) {
@@ -293,10 +318,6 @@ constexpr PortCall kPortCalls[] = {
      }},
 };
 
-std::string narrow(const std::u16string& text) {
-  return std::string(text.begin(), text.end());
-}
-
 constexpr FreeCall kFreeCalls[] = {
     {"PrinterCreator+PrinterDestroy",
      [](Args& a) {
@@ -308,8 +329,7 @@ constexpr FreeCall kFreeCalls[] = {
     {"PrinterCreatorS+PrinterDestroy",
      [](Args& a) {
        VORN_PRINTER printer = PrinterCreatorS(narrow(a.text(u"VR-M60A")).c_str());
-       return printer != nullptr ? PrinterDestroy(printer)
-                                 : static_cast<int32_t>(VORN_ERR_UNKNOWN_MODEL);
+       return printer != nullptr ? PrinterDestroy(printer) : kNullHandle;
      }},
     {"FormatError",
      [](Args& a) {

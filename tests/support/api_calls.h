@@ -8,6 +8,7 @@
 #include <vorn/vorn.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <vector>
@@ -25,10 +26,15 @@ class Args {
 
   int32_t number(int32_t typical);
   std::u16string text(std::u16string_view typical);
-  std::vector<uint8_t> bytes(std::vector<uint8_t> typical);
+  std::vector<uint8_t> bytes(std::initializer_list<uint8_t> typical);
   // A raw byte, 0 when none is left.
   uint8_t byte();
   bool exhausted() const { return bytes_.empty(); }
+
+  // Called with true before and false after the making of each value that
+  // allocates, so that a test counting the library's allocations leaves the
+  // arguments' own out.
+  static inline void (*value_guard)(bool making) = nullptr;
 
  private:
   uint64_t take(size_t count);
@@ -52,6 +58,10 @@ struct PortCall {
   // Runs the call on an open port.
   int32_t (*run)(VORN_PORT port, Args& args);
 };
+// What a free call gives for PrinterCreatorS's null handle: that function has
+// no result code, a null handle is its only report of a failure.
+inline constexpr int32_t kNullHandle = INT32_MIN;
+
 struct FreeCall {
   const char* name;
   // Runs a call that needs no handle; what it creates it destroys again.
