@@ -1,0 +1,72 @@
+#include "fuzz_support.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "printer/catalogue.h"
+#include "printer/session.h"
+
+namespace vorn::fuzz {
+
+void fail(const char* file, int line, const char* condition) {
+  std::fprintf(stderr, "%s:%d: property failed: %s\n", file, line, condition);
+  std::abort();
+}
+
+Session::Session(const char* model) {
+  printer_ = PrinterCreatorS(model);
+  FUZZ_CHECK(printer_ != nullptr);
+  FUZZ_CHECK(PortOpen(printer_, u"LPT1") == VORN_OK);
+}
+
+Session::~Session() {
+  FUZZ_CHECK(PrinterDestroy(printer_) == VORN_OK);
+}
+
+std::vector<uint8_t> Session::pending() const {
+  const printer::CommandContext& context = *printer_->context;
+  FUZZ_CHECK(context.length <= context.capacity);
+  return {context.buffer, context.buffer + context.length};
+}
+
+const char* model_name(uint32_t index) {
+  const auto rows = printer::catalogue();
+  return rows[index % rows.size()].model_name;
+}
+
+namespace {
+
+// One folder per process, removed when the process ends.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    path_ = std::filesystem::temp_directory_path() /
+            ("vorn-fuzz-" + std::to_string(std::random_device{}()));
+    std::filesystem::create_directories(path_);
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace
+
+std::u16string scratch_file(const char* name, std::span<const uint8_t> bytes) {
+  static ScratchFolder folder;
+  const std::filesystem::path path = folder.path() / name;
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  const std::string text = path.string();
+  return std::u16string(text.begin(), text.end());
+}
+
+}  // namespace vorn::fuzz
