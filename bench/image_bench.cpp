@@ -3,15 +3,14 @@
 // its own, decoding on its own, and the error diffusion against a plain pass
 // over the same decoded pixels.
 //
-// Two photo-like 24-bit PNG pictures are generated at start in the temporary
-// directory: 576 x 2000 (a full 80 mm receipt line) and 1680 x 2303 (the
-// widest label line, as tall as a raster command allows).
+// Two photo-like pictures (bench/photo.h) are generated at start in the
+// temporary directory as 24-bit PNG and BMP files: 576 x 2000 (a full 80 mm
+// receipt line) and 1680 x 2303 (the widest label line, as tall as a raster
+// command allows).
 #include <benchmark/benchmark.h>
-#include <png.h>
 #include <vorn/vorn.h>
 
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +21,7 @@
 #include "image/conversion.h"
 #include "image/dither.h"
 #include "image/loaded_image.h"
+#include "photo.h"
 
 namespace {
 
@@ -30,58 +30,21 @@ namespace fs = std::filesystem;
 struct Picture {
   int width;
   int height;
-  fs::path path;
+  fs::path path;      // PNG
+  fs::path bmp_path;  // the same pixels as a 24-bit BMP
 };
 
-Picture g_receipt{576, 2000, {}};
-Picture g_label{1680, 2303, {}};
-
-// Smooth shading with detail and a little sensor noise: compresses and
-// dithers like a photograph rather than like flat artwork.
-void photo_row(int width, int y, uint32_t* noise_state, std::vector<uint8_t>* row) {
-  row->resize(static_cast<size_t>(width) * 3);
-  for (int x = 0; x < width; ++x) {
-    for (int c = 0; c < 3; ++c) {
-      uint32_t& s = *noise_state;
-      s ^= s << 13;
-      s ^= s >> 17;
-      s ^= s << 5;
-      const double shade = 128 + 80 * std::sin(x * 0.011 + c) * std::cos(y * 0.006 - c * 0.5) +
-                           30 * std::sin((x + 2 * y) * 0.043) + static_cast<int>(s % 13) - 6;
-      (*row)[static_cast<size_t>(x) * 3 + c] = static_cast<uint8_t>(shade < 0     ? 0
-                                                                    : shade > 255 ? 255
-                                                                                  : shade);
-    }
-  }
-}
-
-bool write_rows(png_structp png, png_infop info, FILE* file, const Picture* picture) {
-  if (setjmp(png_jmpbuf(png))) return false;
-  png_init_io(png, file);
-  png_set_IHDR(png, info, picture->width, picture->height, 8, PNG_COLOR_TYPE_RGB,
-               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(png, info);
-  uint32_t noise = 2463534242u;
-  std::vector<uint8_t> row;
-  for (int y = 0; y < picture->height; ++y) {
-    photo_row(picture->width, y, &noise, &row);
-    png_write_row(png, row.data());
-  }
-  png_write_end(png, nullptr);
-  return true;
-}
+Picture g_receipt{576, 2000, {}, {}};
+Picture g_label{1680, 2303, {}, {}};
 
 bool write_picture(Picture* picture) {
-  picture->path = fs::temp_directory_path() / ("vorn-bench-" + std::to_string(picture->width) +
-                                               "x" + std::to_string(picture->height) + ".png");
-  FILE* file = std::fopen(picture->path.c_str(), "wb");
-  if (file == nullptr) return false;
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(png);
-  const bool written = write_rows(png, info, file, picture);
-  png_destroy_write_struct(&png, &info);
-  std::fclose(file);
-  return written;
+  const std::string name =
+      "vorn-bench-" + std::to_string(picture->width) + "x" + std::to_string(picture->height);
+  picture->path = fs::temp_directory_path() / (name + ".png");
+  picture->bmp_path = fs::temp_directory_path() / (name + ".bmp");
+  const std::vector<uint8_t> pixels = vorn::bench::photo(picture->width, picture->height);
+  return vorn::bench::write_png(picture->path, picture->width, picture->height, pixels) &&
+         vorn::bench::write_bmp(picture->bmp_path, picture->width, picture->height, pixels);
 }
 
 std::u16string wide(const fs::path& path) {
@@ -122,17 +85,18 @@ class FilePrinter {
   bool ready_ = false;
 };
 
+// Arg 0: from the PNG; 1: from the BMP, whose decoding is a copy.
 void BM_PrintImage_Receipt(benchmark::State& state) {
   FilePrinter printer(u"VR-T80A");  // 576 dots per line
   if (!printer.ready()) return state.SkipWithError("no printer on a file port");
-  const std::u16string path = wide(g_receipt.path);
+  const std::u16string path = wide(state.range(0) == 0 ? g_receipt.path : g_receipt.bmp_path);
   for (auto _ : state) {
     const int32_t result = PrintImage(printer.get(), path.c_str(), 0);
     if (result != 0) return state.SkipWithError(("PrintImage: " + std::to_string(result)).c_str());
   }
   set_label(state, g_receipt);
 }
-BENCHMARK(BM_PrintImage_Receipt)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PrintImage_Receipt)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 void BM_DefineNVImage_Label(benchmark::State& state) {
   FilePrinter printer(u"VR-W210A");  // 1680 dots per line
@@ -262,7 +226,9 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::error_code ignored;
-  fs::remove(g_receipt.path, ignored);
-  fs::remove(g_label.path, ignored);
+  for (const Picture* picture : {&g_receipt, &g_label}) {
+    fs::remove(picture->path, ignored);
+    fs::remove(picture->bmp_path, ignored);
+  }
   return 0;
 }
