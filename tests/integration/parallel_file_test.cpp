@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/wide_text.h"
+
 namespace {
 
 TEST(ParallelFile, PrinterSessionWritesExactlyItsBytesIntoAnExistingFile) {
@@ -18,8 +20,8 @@ TEST(ParallelFile, PrinterSessionWritesExactlyItsBytesIntoAnExistingFile) {
   close(mkstemp(name));
   const std::string uri = std::string("vorn:/dev/bus/LPT/") + name;
   VORN_PRINTER printer = nullptr;
-  ASSERT_EQ(PrinterCreator(&printer, u"unknown"), 0);
-  ASSERT_EQ(PortOpen(printer, std::u16string(uri.begin(), uri.end()).c_str()), 0);
+  ASSERT_EQ(PrinterCreator(&printer, VW("unknown")), 0);
+  ASSERT_EQ(PortOpen(printer, WideString(uri.begin(), uri.end()).c_str()), 0);
   std::vector<uint8_t> data(10000);
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7 + 3);
   EXPECT_EQ(WriteData(printer, data.data(), static_cast<uint32_t>(data.size())), 0);

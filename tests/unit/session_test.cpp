@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -24,23 +25,24 @@ auto appending(std::vector<uint8_t> bytes) {
 
 TEST(PrinterCreator, FindsExactNamesOnlyAndChecksTheNameLengthFirst) {
   VORN_PRINTER printer = nullptr;
-  ASSERT_EQ(PrinterCreator(&printer, u"unknown"), VORN_OK);
+  ASSERT_EQ(PrinterCreator(&printer, VW("unknown")), VORN_OK);
   EXPECT_EQ(printer->context->capability_word, 0xFFFFFFFFu);
   EXPECT_EQ(printer->context->capacity, 256u);
   EXPECT_EQ(PrinterDestroy(printer), VORN_OK);
-  EXPECT_EQ(PrinterCreator(&printer, u"UNKNOWN"), VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(&printer, VW("UNKNOWN")), VORN_ERR_UNKNOWN_MODEL);
   EXPECT_EQ(printer, nullptr);
-  EXPECT_EQ(PrinterCreator(&printer, u""), VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(&printer, VW("")), VORN_ERR_UNKNOWN_MODEL);
   // 32 characters do not fit the 31-byte name area: refused before lookup,
   // so even a null handle pointer is not noticed.
-  EXPECT_EQ(PrinterCreator(nullptr, u"unknownunknownunknownunknownunkn"), VORN_ERR_UNKNOWN_MODEL);
-  EXPECT_EQ(PrinterCreator(nullptr, u"unknown"), VORN_ERR_PARAMETER);
+  EXPECT_EQ(PrinterCreator(nullptr, VW("unknownunknownunknownunknownunkn")),
+            VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(nullptr, VW("unknown")), VORN_ERR_PARAMETER);
   EXPECT_EQ(PrinterCreatorS(nullptr), nullptr);
 }
 
 TEST(Session, HandleAndPortChecksComeFirst) {
   EXPECT_EQ(PrinterDestroy(nullptr), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PortOpen(nullptr, u"LPT1"), VORN_ERR_INVALID_HANDLE);
+  EXPECT_EQ(PortOpen(nullptr, VW("LPT1")), VORN_ERR_INVALID_HANDLE);
   EXPECT_EQ(PortClose(nullptr), VORN_ERR_INVALID_HANDLE);
   EXPECT_EQ(WriteData(nullptr, nullptr, 0), VORN_ERR_INVALID_HANDLE);
   EXPECT_EQ(DirectIO(nullptr, nullptr, 0, nullptr, 0, nullptr), VORN_OK) << "nothing to move";
@@ -53,8 +55,8 @@ TEST(Session, HandleAndPortChecksComeFirst) {
   EXPECT_EQ(printer::run_printing_call(printer, appending({1, 2})), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(printer->context->length, 0u);
   // A port text that is empty or names no usable port leaves no port behind.
-  EXPECT_EQ(PortOpen(printer, u""), VORN_ERR_PARAMETER);
-  EXPECT_EQ(PortOpen(printer, u"FILE,out.prn"), VORN_ERR_PRINTER_NOT_SUPPORTED);
+  EXPECT_EQ(PortOpen(printer, VW("")), VORN_ERR_PARAMETER);
+  EXPECT_EQ(PortOpen(printer, VW("FILE,out.prn")), VORN_ERR_PRINTER_NOT_SUPPORTED);
   EXPECT_EQ(printer->port, nullptr);
   EXPECT_EQ(WriteData(printer, &byte, 1), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(PortClose(printer), VORN_ERR_IO_NOT_OPEN);
@@ -65,11 +67,11 @@ TEST(Session, PortThatFailsToOpenStaysAttachedButClosedUntilReplaced) {
   FakeDevice device;
   device.open_error = 2;
   VORN_PRINTER printer = PrinterCreatorS("unknown");
-  EXPECT_EQ(PortOpen(printer, u"LPT1"), 2);
+  EXPECT_EQ(PortOpen(printer, VW("LPT1")), 2);
   EXPECT_NE(printer->port, nullptr);
   EXPECT_EQ(printer->port_open, 0);
   device.open_error = 0;
-  EXPECT_EQ(PortOpen(printer, u"LPT2"), VORN_OK);
+  EXPECT_EQ(PortOpen(printer, VW("LPT2")), VORN_OK);
   EXPECT_EQ(device.opened_paths.back(), "/dev/lp1");
   EXPECT_EQ(PortClose(printer), VORN_OK);
   EXPECT_EQ(PortClose(printer), VORN_ERR_IO_NOT_OPEN);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/text.h"
+#include "support/wide_text.h"
 
 namespace {
 
@@ -49,21 +50,21 @@ class TextPosixTest : public ::testing::Test {
 TEST_F(TextPosixTest, NarrowCharsetComesFromTheLocaleVariables) {
   const struct {
     const char *all, *ctype, *lang;
-    std::u16string text;
+    WideString text;
     std::string expected;
   } cases[] = {
-      {nullptr, nullptr, "zh_CN.GBK", u"中文", "\xD6\xD0\xCE\xC4"},
+      {nullptr, nullptr, "zh_CN.GBK", VW("中文"), "\xD6\xD0\xCE\xC4"},
       // A character outside the basic plane is one '?', not two.
-      {nullptr, nullptr, "zh_CN.GBK", u"中\U0001F600", "\xD6\xD0?"},
-      {"en_US.UTF-8", nullptr, "zh_CN.GBK", u"中", "\xE4\xB8\xAD"},
-      {"", nullptr, "zh_CN.GBK", u"中", "\xD6\xD0"},  // empty counts as unset
-      {nullptr, "zh_CN.GBK", "en_US.UTF-8", u"中", "\xD6\xD0"},
-      {nullptr, nullptr, "de_DE.ISO-8859-1@euro", u"é", "\xE9"},
-      {nullptr, nullptr, "en_US.UTF-8", std::u16string(u"a\xD800") + u"b", "a?b"},
+      {nullptr, nullptr, "zh_CN.GBK", VW("中\U0001F600"), "\xD6\xD0?"},
+      {"en_US.UTF-8", nullptr, "zh_CN.GBK", VW("中"), "\xE4\xB8\xAD"},
+      {"", nullptr, "zh_CN.GBK", VW("中"), "\xD6\xD0"},  // empty counts as unset
+      {nullptr, "zh_CN.GBK", "en_US.UTF-8", VW("中"), "\xD6\xD0"},
+      {nullptr, nullptr, "de_DE.ISO-8859-1@euro", VW("é"), "\xE9"},
+      {nullptr, nullptr, "en_US.UTF-8", WideString(VW("a\xD800")) + VW("b"), "a?b"},
       // No charset, or one iconv does not know: ASCII.
-      {nullptr, nullptr, nullptr, u"Ab\u00FC", "Ab?"},
-      {nullptr, nullptr, "en_US", u"\u00FC!", "?!"},
-      {nullptr, nullptr, "xx_XX.NO-SUCH-CHARSET", u"a中", "a?"},
+      {nullptr, nullptr, nullptr, VW("Ab\u00FC"), "Ab?"},
+      {nullptr, nullptr, "en_US", VW("\u00FC!"), "?!"},
+      {nullptr, nullptr, "xx_XX.NO-SUCH-CHARSET", VW("a中"), "a?"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << (c.all ? c.all : "-") << " / " << (c.ctype ? c.ctype : "-")
@@ -80,25 +81,25 @@ TEST_F(TextPosixTest, WideConversionReplacesInvalidBytes) {
   const struct {
     const char* lang;
     std::string bytes;
-    std::u16string expected;
+    WideString expected;
   } cases[] = {
-      {"zh_CN.GBK", "\xD6\xD0\xCE\xC4", u"中文"},
-      {"zh_CN.GBK", "a\xD6", u"a\uFFFD"},  // lead byte cut off at the end
-      {"en_US.UTF-8", std::string("a\xFF") + "b", u"a\uFFFDb"},
+      {"zh_CN.GBK", "\xD6\xD0\xCE\xC4", VW("中文")},
+      {"zh_CN.GBK", "a\xD6", VW("a\uFFFD")},  // lead byte cut off at the end
+      {"en_US.UTF-8", std::string("a\xFF") + "b", VW("a\uFFFDb")},
   };
   for (const auto& c : cases) {
     set_locale(nullptr, nullptr, c.lang, "LC_CTYPE");
     char16_t out[16];
     size_t written = 99;
     EXPECT_EQ(native().to_wide(c.bytes.data(), c.bytes.size(), out, std::size(out), &written), 0);
-    EXPECT_EQ(std::u16string(out, written), c.expected) << c.lang;
+    EXPECT_EQ(WideString(out, written), c.expected) << c.lang;
   }
 }
 
 TEST_F(TextPosixTest, NullOutputMeasuresAndShortOutputFails) {
   set_locale(nullptr, nullptr, "zh_CN.GBK", "LC_CTYPE");
   // Longer than any internal scratch buffer.
-  const std::u16string text(1000, u'中');
+  const WideString text(1000, VW('中'));
   size_t written = 0;
   EXPECT_EQ(native().to_narrow(text.data(), text.size(), nullptr, 0, &written), 0);
   EXPECT_EQ(written, 2000u);
@@ -106,11 +107,11 @@ TEST_F(TextPosixTest, NullOutputMeasuresAndShortOutputFails) {
   EXPECT_EQ(written, 3u);
 
   char out[3];
-  EXPECT_EQ(native().to_narrow(u"中文", 2, out, sizeof out, &written), E2BIG);
+  EXPECT_EQ(native().to_narrow(VW("中文"), 2, out, sizeof out, &written), E2BIG);
   EXPECT_EQ(written, 0u);
   char16_t wide[1];
   EXPECT_EQ(native().to_wide("ab", 2, wide, 1, &written), E2BIG);
-  EXPECT_EQ(native().to_narrow(u"", 0, out, sizeof out, &written), EINVAL);
+  EXPECT_EQ(native().to_narrow(VW(""), 0, out, sizeof out, &written), EINVAL);
   EXPECT_EQ(native().to_wide("", 0, wide, 1, &written), EINVAL);
 }
 
