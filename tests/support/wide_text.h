@@ -14,3 +14,10 @@
 #endif
 
 using WideString = std::basic_string<VORN_WCHAR>;
+
+// The same UTF-16 units as the platform layer sees them (char16_t), and
+// back: both types are 16 bits wide wherever the library runs.
+inline const VORN_WCHAR* as_api_text(const char16_t* units) {
+  static_assert(sizeof(VORN_WCHAR) == sizeof(char16_t));
+  return reinterpret_cast<const VORN_WCHAR*>(units);
+}

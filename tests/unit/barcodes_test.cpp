@@ -4,14 +4,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <functional>
 #include <iterator>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/platform_expect.h"
+#include "support/utf8_text.h"
 #include "support/wide_text.h"
 
 namespace vorn::test {
@@ -19,11 +19,11 @@ namespace {
 
 using Call = std::function<int32_t(VORN_PRINTER)>;
 
-Call barcode(int32_t type, const char16_t* data, int32_t width, int32_t height, int32_t alignment,
+Call barcode(int32_t type, const VORN_WCHAR* data, int32_t width, int32_t height, int32_t alignment,
              int32_t hri) {
   return [=](VORN_PRINTER h) { return PrintBarCode(h, type, data, width, height, alignment, hri); };
 }
-Call symbol(int32_t type, const char16_t* data, int32_t level, int32_t module, int32_t row_height,
+Call symbol(int32_t type, const VORN_WCHAR* data, int32_t level, int32_t module, int32_t row_height,
             int32_t alignment) {
   return [=](VORN_PRINTER h) {
     return PrintSymbol(h, type, data, level, module, row_height, alignment);
@@ -99,7 +99,7 @@ TEST(BarcodesAndSymbols, RefuseValuesOutOfRangeSendingNothing) {
   for (size_t i = 0; i < std::size(kRefused); ++i) {
     EXPECT_EQ(kRefused[i](session.handle()), VORN_ERR_PARAMETER) << "case " << i;
   }
-  EXPECT_EQ(PrintBarCode(session.handle(), 4, VW(""), 2, 80, 0, 0), EINVAL);
+  EXPECT_EQ(PrintBarCode(session.handle(), 4, VW(""), 2, 80, 0, 0), kInvalidParameter);
   EXPECT_TRUE(session.take_written().empty());
   EXPECT_TRUE(session.pending().empty());
 }
@@ -108,7 +108,7 @@ TEST(BarcodesAndSymbols, RefuseValuesOutOfRangeSendingNothing) {
 // terminating zero, 3 * 10 + (0 - 48), or with the "{" of the next segment,
 // 3 * 10 + (123 - 48). A first segment is packed too, "{" or not.
 TEST(PrintBarCode, PacksCode128CodeSetC) {
-  const std::pair<const char16_t*, const char*> cases[] = {
+  const std::pair<const VORN_WCHAR*, const char*> cases[] = {
       {VW("{C123456"), "05 7B 43 0C 22 38"},
       {VW("{A12{C3456"), "08 7B 41 31 32 7B 43 22 38"},
       {VW("{C123"), "04 7B 43 0C EE"},
@@ -156,11 +156,10 @@ TEST(BarcodesAndSymbols, LengthFieldsMustHoldTheData) {
   EXPECT_TRUE(contains(session.take_written(), "1D 28 6B 2F 01 31 50 30 41 41"));
   // Three bytes per character in UTF-8 exceed the 2n + 2 bytes a Windows
   // code page could need; the data is still taken whole.
-  const char* old = std::getenv("LC_ALL");
-  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
-  setenv("LC_ALL", "C.UTF-8", 1);
-  EXPECT_EQ(print(103, VW("\u4E2D\u6587\u4E2D\u6587")), VORN_OK);
-  saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
+  {
+    const Utf8NarrowText utf8;
+    EXPECT_EQ(print(103, VW("\u4E2D\u6587\u4E2D\u6587")), VORN_OK);
+  }
   EXPECT_TRUE(
       contains(session.take_written(), "0F 00 31 50 30 E4 B8 AD E6 96 87 E4 B8 AD E6 96 87"));
 }

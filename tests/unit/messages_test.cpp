@@ -123,10 +123,10 @@ TEST_F(FormatErrorTest, WideLanguageIsTheCallersUnlessZero) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "language " << c.language);
     fake.user_language = c.user_language;
-    std::vector<char16_t> buffer(64, VW('\x5A5A'));
+    std::vector<VORN_WCHAR> buffer(64, VW('\x5A5A'));
     ASSERT_EQ(FormatError(row.code, c.language, buffer.data(), 0, 128), 0);
     WideString units;
-    for (char byte : c.expected) units += static_cast<char16_t>(static_cast<unsigned char>(byte));
+    for (char byte : c.expected) units += static_cast<VORN_WCHAR>(static_cast<unsigned char>(byte));
     EXPECT_EQ(WideString(buffer.data()), units);
   }
 }
@@ -142,7 +142,7 @@ TEST_F(FormatErrorTest, WideRegionHoldsHalfTheBytesAndTakesNoTerminatorWhenFull)
   } cases[] = {{4, 35, 0}, {4, 34, 0}, {5, 35, 0}, {4, 33, -2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "position " << c.position << ", bytes " << c.bytes);
-    std::vector<char16_t> storage(40, VW('\x5A5A'));
+    std::vector<VORN_WCHAR> storage(40, VW('\x5A5A'));
     char* raw = reinterpret_cast<char*>(storage.data());
     EXPECT_EQ(FormatError(-100, 9, storage.data(), c.position, c.position + c.bytes), c.result);
     const uint32_t used = c.bytes / 2 * 2;
@@ -156,7 +156,7 @@ TEST_F(FormatErrorTest, WideRegionHoldsHalfTheBytesAndTakesNoTerminatorWhenFull)
 
 TEST_F(FormatErrorTest, WideConversionFailureIsTheConvertersNumber) {
   fake.to_wide_error = 42;
-  std::vector<char16_t> buffer(64, VW('\x5A5A'));
+  std::vector<VORN_WCHAR> buffer(64, VW('\x5A5A'));
   EXPECT_EQ(FormatError(-1, 9, buffer.data(), 0, 128), 42);
   EXPECT_THAT(buffer, Each(VW('\0')));
 }
@@ -169,7 +169,7 @@ TEST_F(FormatErrorTest, PositiveCodesGoToTheSystemWithTheCallersLanguage) {
   EXPECT_EQ(vorn_io_format_error(2, narrow, 0, sizeof narrow), 0);
   EXPECT_STREQ(narrow, "sys");
   EXPECT_EQ(fake.system_language, 0u);
-  char16_t wide[16];
+  VORN_WCHAR wide[16];
   EXPECT_EQ(FormatError(2, 7, wide, 2, sizeof wide), 0);
   EXPECT_EQ(WideString(wide + 1), VW("sys"));
   EXPECT_EQ(fake.system_language, 7u);

@@ -13,6 +13,7 @@
 #include "platform/serial_line.h"
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/platform_expect.h"
 
 namespace vorn::test {
 namespace {
@@ -90,19 +91,23 @@ TEST(SerialRules, BaudRatesWriteConstantsAndDeviceNames) {
   // Whole seconds, rounded up, and never below 2000.
   const uint32_t constants[][2] = {{1200, 16200}, {4800, 3600}, {9600, 2000}};
   for (const auto& row : constants) EXPECT_EQ(io::automatic_write_constant(4096, row[0]), row[1]);
-  const char* names[][2] = {{"COM10", "/dev/ttyS9"},     {"/dev/pts/4", "/dev/pts/4"},
-                            {"ttyUSB0", "/dev/ttyUSB0"}, {"COM0", "/dev/COM0"},
-                            {"COM01", "/dev/COM01"},     {"com1", "/dev/com1"}};
+  // Name, Linux device, Windows device.
+  const char* names[][3] = {{"COM10", "/dev/ttyS9", "\\\\.\\COM10"},
+                            {"/dev/pts/4", "/dev/pts/4", "\\\\.\\/dev/pts/4"},
+                            {"ttyUSB0", "/dev/ttyUSB0", "\\\\.\\ttyUSB0"},
+                            {"COM0", "/dev/COM0", "\\\\.\\COM0"},
+                            {"COM01", "/dev/COM01", "\\\\.\\COM01"},
+                            {"com1", "/dev/com1", "\\\\.\\com1"}};
   for (const auto& row : names) {
     char path[64];
     platform::serial_device_path(row[0], path, sizeof path);
-    EXPECT_STREQ(path, row[1]) << row[0];
+    EXPECT_STREQ(path, on_platform(row[1], row[2])) << row[0];
   }
 }
 
 TEST_F(SerialPort, BspOpenSetsUpTheLineInOrderWithTheAutomaticWriteConstant) {
   open("vorn:/dev/bus/BSP/COM7?baudrate=1200");
-  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS6"});
+  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS6", "\\\\.\\COM7")});
   EXPECT_EQ(line_.calls,
             (Calls{"configure 1200", "get", "set 10,5,2000,10,16200", "queue 4096/4096", "purge"}));
   // The constant computed at open stays after close; timeouts set by the
@@ -125,7 +130,7 @@ TEST_F(SerialPort, SetUriTakesOnlyUriTextAndKeepsTheOldUriOnFailure) {
   ASSERT_EQ(vorn_io_get_uri(port_, text, sizeof text, &length), VORN_OK);
   EXPECT_STREQ(text, "vorn:/dev/bus/COM/COM1?baudrate=9600");
   ASSERT_EQ(vorn_io_open(port_), VORN_OK);
-  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS0"});
+  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS0", "\\\\.\\COM1")});
 }
 
 TEST(SerialPortSetup, EachFailingLineStepEndsOpenWithItsCodeAndLeavesTheDeviceOpen) {

@@ -5,19 +5,19 @@
 #include <vorn/vorn.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/platform_expect.h"
+#include "support/utf8_text.h"
 #include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
 
 struct Case {
-  const char16_t* text;
+  const VORN_WCHAR* text;
   int32_t alignment, attributes, size, result;
   const char* bytes;
 };
@@ -40,8 +40,8 @@ const Case kCases[] = {
     {VW("A"), 3, 0, 0, -1, ""},
     {VW("A"), 0, 0, 0x08, -1, ""},
     {VW("A"), 0, 2, 0x80, -1, ""},
-    {VW(""), 0, 0, 0, EINVAL, ""},
-    {nullptr, 0, 0, 0, EINVAL, ""},
+    {VW(""), 0, 0, 0, kInvalidParameter, ""},
+    {nullptr, 0, 0, 0, kInvalidParameter, ""},
 };
 
 TEST(PrintText, SendsLayoutThenText) {
@@ -60,7 +60,7 @@ TEST(PrintText, PageMode) {
   const struct {
     const char* model;
     uint8_t page_mode;
-    const char16_t* text;
+    const VORN_WCHAR* text;
     const char* bytes;
   } cases[] = {
       {"VR-M80A", 1, VW("AB"), "1B 21 00 1D 42 00 1D 21 00 41 42 0A"},
@@ -119,12 +119,11 @@ TEST(PrintText, RoomForTheConvertedText) {
 
   // Two bytes per character and two more is all a converted text may take:
   // two UTF-8 characters of three bytes fit, three do not.
-  const char* old = std::getenv("LC_ALL");
-  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
-  setenv("LC_ALL", "en_US.UTF-8", 1);
-  EXPECT_EQ(PrintTextS(session.handle(), VW("中文")), VORN_OK);
-  EXPECT_EQ(PrintTextS(session.handle(), VW("中文字")), VORN_ERR_BUFFER_TOO_SMALL);
-  saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
+  {
+    const Utf8NarrowText utf8;
+    EXPECT_EQ(PrintTextS(session.handle(), VW("中文")), VORN_OK);
+    EXPECT_EQ(PrintTextS(session.handle(), VW("中文字")), VORN_ERR_BUFFER_TOO_SMALL);
+  }
   EXPECT_EQ(session.take_written(), hex("E4 B8 AD E6 96 87"));
   EXPECT_TRUE(session.pending().empty());
 }
