@@ -32,6 +32,7 @@ endif()
 add_custom_command(TARGET vorn POST_BUILD
   COMMAND ${CMAKE_DLLTOOL} -m ${VORN_DLLTOOL_MACHINE} -d ${PROJECT_SOURCE_DIR}/src/vorn.def
           -D vorn.dll -l ${CMAKE_BINARY_DIR}/lib/vorn.lib
+  BYPRODUCTS ${CMAKE_BINARY_DIR}/lib/vorn.lib
   COMMENT "Import library for MSVC: lib/vorn.lib"
   VERBATIM)
 install(FILES ${CMAKE_BINARY_DIR}/lib/vorn.lib ${PROJECT_SOURCE_DIR}/src/vorn.def
