@@ -103,4 +103,29 @@ bool parse_hex(std::string_view text, std::vector<uint8_t>* out) {
   return high < 0;
 }
 
+std::string port_description(std::string_view port) {
+  auto trim = [](std::string_view text) {
+    while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+    while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+    return text;
+  };
+  auto upper = [](std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+      if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    }
+    return out;
+  };
+  const std::string_view::size_type comma = port.find(',');
+  if (comma == std::string_view::npos) return std::string(port);
+  if (upper(trim(port.substr(0, comma))).rfind("USB", 0) != 0) return std::string(port);
+  const std::string_view rest = port.substr(comma + 1);
+  if (rest.find(',') != std::string_view::npos) return std::string(port);
+  const std::string location = upper(trim(rest));
+  if (location.empty() || location.rfind("USB", 0) == 0 || location.rfind("PORT", 0) == 0) {
+    return std::string(port);
+  }
+  return "vorn:/dev/bus/USB/DEVICE?location=" + location;
+}
+
 }  // namespace vorn::cli

@@ -43,6 +43,13 @@ std::string parse_command_line(const std::vector<std::string>& words, const Opti
 // text must be the number and it must fit a signed 32-bit value.
 std::optional<int32_t> parse_number(std::string_view text);
 
+// The port description to open for a --port text. A USB comma form whose
+// second field is a place the printer is plugged in ("USB,1-1.4") becomes a
+// URI with that location, upper-cased as the comma form would; the comma form
+// itself takes only a Windows-style "PORT..." text as a location. Every other
+// text is passed on unchanged.
+std::string port_description(std::string_view port);
+
 // Pairs of hexadecimal digits, separated or not by blanks, commas or colons.
 bool parse_hex(std::string_view text, std::vector<uint8_t>* out);
 

@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -11,7 +12,10 @@
 #include "call_report.h"
 #include "cli_options.h"
 #include "escpos_annotate.h"
+#include "io/usb_port.h"
+#include "platform/usb.h"
 #include "printer/catalogue.h"
+#include "printer_commands.h"
 #include "receipt.h"
 #include "text16.h"
 
@@ -26,11 +30,21 @@ constexpr const char* kUsage =
     "  vorn list-models\n"
     "      one line per catalogue model: index, model id, type flags, dots per line,\n"
     "      model name, description (tab-separated)\n"
-    "  vorn annotate FILE\n"
-    "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning\n"
+    "  vorn list-usb [--all]\n"
+    "      the locations of the supported USB printers present, one a line; with\n"
+    "      --all every USB device: path, identifier, location, service, and what\n"
+    "      the printer search makes of it\n"
+    "  vorn annotate FILE [--model NAME]\n"
+    "      the ESC/POS commands in FILE, one line each: offset, bytes, meaning;\n"
+    "      with --model, read as that model takes them\n"
+    "  vorn printer [--listen 127.0.0.1:9100] [--model NAME] [--out DIR] [--state LIST]\n"
+    "               [--answer-delay 10]\n"
+    "      a virtual network printer: draws each receipt into DIR as a PNG and answers\n"
+    "      status queries; LIST: paper-near-end,paper-out,cover-open,drawer-open,offline\n"
+    "  vorn render FILE [-o DIR] [--model NAME]   draws captured ESC/POS bytes as PNGs\n"
     "printer commands, each with --model NAME (default unknown) and --port PORT;\n"
     "PORT is a port URI (vorn:/dev/bus/LPT//tmp/out.prn) or a comma form\n"
-    "(COM1,9600  NET,192.168.1.100  USB  LPT1):\n"
+    "(COM1,9600  NET,192.168.1.100  USB  USB,1-1.4  LPT1):\n"
     "  vorn send (--hex \"1b 40 ...\" | --file PATH)      raw bytes\n"
     "  vorn text TEXT [--align 0|1|2] [--bold] [--size 0x11]\n"
     "      a line feed is added unless TEXT ends with one\n"
@@ -72,7 +86,7 @@ class Numbers {
 // says whether every reported call succeeded.
 template <typename Body>
 int with_printer(const CommandLine& line, Body body) {
-  std::string port = line.text("--port", "");
+  std::string port = port_description(line.text("--port", ""));
   if (port.empty()) return usage_error("this command needs --port");
   CallReport report(stdout);
   OpenPrinter printer(line.text("--model", "unknown"), port, report);
@@ -97,13 +111,64 @@ int list_models(const CommandLine&) {
   return 0;
 }
 
+// What the printer search makes of a device.
+const char* search_role(const platform::UsbDevice& device) {
+  if (device.hardware_id == nullptr) return "no identifier";
+  char id[256] = {};
+  std::snprintf(id, sizeof id, "%s", device.hardware_id);
+  io::usb_upper(id, sizeof id);
+  if (io::usb_vendor_table_match(id) != 0) return "supported printer";
+  if (io::usb_is_restricted(id)) return "supported printer (restricted)";
+  if (io::usb_serves_printers(device.service)) {
+    return "printer class: chosen when no supported printer is found";
+  }
+  return "not a printer";
+}
+
+int list_usb(const CommandLine& line) {
+  if (line.has_switch("--all")) {
+    const int32_t result = platform::usb().enumerate(
+        [](const platform::UsbDevice& device, void*) {
+          auto text = [](const char* value) { return value != nullptr ? value : "-"; };
+          std::printf("%s\t%s\t%s\t%s\t%s\n", text(device.path), text(device.hardware_id),
+                      text(device.location), text(device.service), search_role(device));
+          return true;
+        },
+        nullptr);
+    if (result != VORN_OK) std::fprintf(stderr, "vorn: USB devices: error %d\n", result);
+    return result == VORN_OK ? 0 : 1;
+  }
+  char list[4096];
+  uint32_t used = 0;
+  const int32_t result = vorn_io_list_usb(list, sizeof list, &used, 0);
+  if (result != VORN_OK) {
+    std::fprintf(stderr, "vorn: vorn_io_list_usb: error %d\n", result);
+    return 1;
+  }
+  for (char* entry = list; used > 0;) {
+    char* end = std::strchr(entry, '|');
+    if (end != nullptr) *end = '\0';
+    std::printf("%s\n", entry);
+    if (end == nullptr) break;
+    entry = end + 1;
+  }
+  return 0;
+}
+
 int annotate(const CommandLine& line) {
+  uint32_t model_id = kAnyModel;
+  if (line.values.contains("--model")) {
+    const std::string name = line.text("--model", "");
+    const printer::CatalogueRow* row = printer::find_model_by_name(name.c_str());
+    if (row == nullptr) return usage_error("unknown model " + name + ", see vorn list-models");
+    model_id = row->model_id;
+  }
   std::vector<uint8_t> bytes;
   if (!read_file(line.arguments[0], &bytes)) {
     std::fprintf(stderr, "vorn: cannot read %s\n", line.arguments[0].c_str());
     return kUsageError;
   }
-  std::fputs(format_annotation(bytes, annotate_escpos(bytes)).c_str(), stdout);
+  std::fputs(format_annotation(bytes, annotate_escpos(bytes, model_id)).c_str(), stdout);
   return 0;
 }
 
@@ -318,7 +383,12 @@ OptionSyntax printer_syntax(size_t arguments, std::vector<std::string> values,
 const std::vector<Command>& commands() {
   static const std::vector<Command> kCommands = {
       {"list-models", {}, list_models},
-      {"annotate", {1, {}, {}}, annotate},
+      {"list-usb", {0, {}, {"--all"}}, list_usb},
+      {"annotate", {1, {"--model"}, {}}, annotate},
+      {"printer",
+       {0, {"--listen", "--model", "--out", "--state", "--answer-delay"}, {}},
+       run_printer},
+      {"render", {1, {"--model", "--out"}, {}}, run_render},
       {"send", printer_syntax(0, {"--hex", "--file"}), send},
       {"text", printer_syntax(1, {"--align", "--size"}, {"--bold"}), text},
       {"barcode", printer_syntax(1, {"--type", "--width", "--height", "--hri", "--align"}),
@@ -349,8 +419,11 @@ int run_command(const std::vector<std::string>& words) {
   for (const Command& command : commands()) {
     if (words[0] != command.name) continue;
     CommandLine line;
-    std::string problem =
-        parse_command_line({words.begin() + 1, words.end()}, command.syntax, &line);
+    std::vector<std::string> rest(words.begin() + 1, words.end());
+    for (std::string& word : rest) {
+      if (word == "-o" && words[0] == "render") word = "--out";  // its one short option
+    }
+    std::string problem = parse_command_line(rest, command.syntax, &line);
     if (!problem.empty()) return usage_error(words[0] + ": " + problem);
     return command.run(line);
   }

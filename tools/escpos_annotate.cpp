@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "escpos_commands.h"
+#include "escpos_reader.h"
 
 namespace vorn::cli {
 namespace {
@@ -17,94 +18,32 @@ constexpr size_t kHexShown = 8;
 constexpr size_t kHexColumn = 37;
 constexpr const char* kEllipsis = "\xE2\x80\xA6";
 
-// Printable ASCII and the upper half (code page characters) print as text.
-bool is_text(uint8_t b) {
-  return b >= 0x20 && b != 0x7F;
-}
-
-const char* introducer_name(uint8_t b) {
-  switch (b) {
-    case 0x10:
-      return "DLE";
-    case 0x12:
-      return "DC2";
-    case 0x1B:
-      return "ESC";
-    case 0x1C:
-      return "FS";
-    case 0x1D:
-      return "GS";
-    default:
-      return nullptr;
-  }
-}
-
-bool starts_with(Bytes bytes, std::string_view prefix) {
-  if (bytes.size() < prefix.size()) return false;
-  return std::equal(prefix.begin(), prefix.end(), bytes.begin(),
-                    [](char p, uint8_t b) { return static_cast<uint8_t>(p) == b; });
-}
-
-// The shape with the longest prefix that `rest` begins with.
-const CommandShape* whole_prefix_match(Bytes rest) {
-  const CommandShape* best = nullptr;
-  for (const CommandShape& shape : command_shapes()) {
-    if (starts_with(rest, shape.prefix) &&
-        (best == nullptr || shape.prefix.size() > best->prefix.size())) {
-      best = &shape;
-    }
-  }
-  return best;
-}
-
-// A shape whose prefix goes on past the end of `rest`, which begins it.
-const CommandShape* cut_prefix_match(Bytes rest) {
-  for (const CommandShape& shape : command_shapes()) {
-    if (shape.prefix.size() > rest.size() &&
-        std::equal(rest.begin(), rest.end(), shape.prefix.begin(),
-                   [](uint8_t b, char p) { return static_cast<uint8_t>(p) == b; })) {
-      return &shape;
-    }
-  }
-  return nullptr;
-}
-
 std::string truncated(std::string_view name, size_t present) {
   return std::string(name) + ", truncated after " + std::to_string(present) +
          (present == 1 ? " byte" : " bytes");
 }
 
-AnnotatedCommand next_command(Bytes rest, size_t offset) {
-  if (is_text(rest[0])) {
-    size_t n = 1;
-    while (n < rest.size() && is_text(rest[n])) ++n;
-    return {offset, n, "text " + quoted(rest.first(n))};
+AnnotatedCommand next_command(Bytes rest, size_t offset, uint32_t model_id) {
+  const EscposItem item = read_escpos_item(rest, model_id);
+  Bytes bytes = rest.first(item.length);
+  switch (item.kind) {
+    case EscposItem::kText:
+      return {offset, item.length, "text " + quoted(bytes)};
+    case EscposItem::kCommand:
+      return {offset, item.length, item.shape->describe(bytes)};
+    case EscposItem::kTruncated:
+      return {offset, item.length,
+              truncated(item.shape != nullptr ? item.shape->name : item.introducer, item.length)};
+    case EscposItem::kUnknown:
+      break;
   }
-  if (const CommandShape* shape = whole_prefix_match(rest)) {
-    uint64_t needed = shape->length != nullptr ? shape->length(rest) : shape->fixed_length;
-    needed = std::max<uint64_t>(needed, shape->prefix.size());
-    if (needed > rest.size()) return {offset, rest.size(), truncated(shape->name, rest.size())};
-    return {offset, static_cast<size_t>(needed), shape->describe(rest.first(needed))};
-  }
-  const char* introducer = introducer_name(rest[0]);
-  if (rest.size() >= 2) {
-    if (const CommandShape* shape = cut_prefix_match(rest)) {
-      return {offset, rest.size(), truncated(shape->name, rest.size())};
-    }
-  }
-  if (introducer == nullptr) {
+  if (item.introducer == nullptr) {
     char text[32];
     std::snprintf(text, sizeof text, "unknown byte 0x%02X", rest[0]);
     return {offset, 1, text};
   }
-  if (rest.size() == 1) return {offset, 1, truncated(introducer, 1)};
-  char text[48];
-  if (is_text(rest[1]) && rest[1] < 0x7F) {
-    std::snprintf(text, sizeof text, "%s %c unknown command", introducer, rest[1]);
-  } else {
-    std::snprintf(text, sizeof text, "%s 0x%02X unknown command", introducer, rest[1]);
-  }
-  return {offset, 2, text};
+  return {offset, 2,
+          std::string(item.introducer) + " " + command_byte(rest[1]) + " unknown command"};
 }
 
 bool shown_abbreviated(const std::string& hex) {
@@ -113,11 +52,11 @@ bool shown_abbreviated(const std::string& hex) {
 
 }  // namespace
 
-std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes) {
+std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes, uint32_t model_id) {
   std::vector<AnnotatedCommand> commands;
   size_t offset = 0;
   while (offset < bytes.size()) {
-    commands.push_back(next_command(bytes.subspan(offset), offset));
+    commands.push_back(next_command(bytes.subspan(offset), offset, model_id));
     offset += commands.back().length;
   }
   return commands;

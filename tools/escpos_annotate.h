@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "escpos_commands.h"
+
 namespace vorn::cli {
 
 struct AnnotatedCommand {
@@ -18,8 +20,11 @@ struct AnnotatedCommand {
 
 // Splits `bytes` into commands, runs of text and unknown bytes, in order and
 // without gaps. A command cut short by the end of the bytes becomes one
-// entry ending in "truncated after N bytes".
-std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes);
+// entry ending in "truncated after N bytes". The bytes are read as the models
+// of `model_id` (a catalogue model identifier) take them: a model's own form
+// of a command takes the place of the standard one.
+std::vector<AnnotatedCommand> annotate_escpos(std::span<const uint8_t> bytes,
+                                              uint32_t model_id = kAnyModel);
 
 // "1B 61 01"; beyond 12 bytes the first 8 and then "… (N bytes)".
 std::string hex_summary(std::span<const uint8_t> bytes);

@@ -103,9 +103,10 @@ std::string drawer_pulse(Bytes c) {
                  c[3] * 2, c[4] * 2);
 }
 
-std::string print_area(Bytes c) {
-  return text_of("ESC W print area x %u y %u width %u height %u", u16_at(c, 2), u16_at(c, 4),
-                 u16_at(c, 6), u16_at(c, 8));
+// ESC W with its four fields from `at`.
+std::string print_area(Bytes c, size_t at) {
+  return text_of("ESC W print area x %u y %u width %u height %u", u16_at(c, at), u16_at(c, at + 2),
+                 u16_at(c, at + 4), u16_at(c, at + 6));
 }
 
 std::string print_direction(Bytes c) {
@@ -336,6 +337,7 @@ const CommandShape kShapes[] = {
 
     {"\x1b" "@"sv, "ESC @", 2, nullptr, [](Bytes) { return std::string("ESC @ initialise"); }},
     {"\x1b" "!"sv, "ESC ! print mode", 3, nullptr, print_mode},
+    {"\x1b" " "sv, "ESC SP right-side spacing", 3, nullptr, [](Bytes c) { return text_of("ESC SP %u right-side character spacing %u", c[2], c[2]); }},
     {"\x1b" "E"sv, "ESC E bold", 3, nullptr, [](Bytes c) { return text_of("ESC E %u bold %s", c[2], on_off(c[2])); }},
     {"\x1b" "G"sv, "ESC G double-strike", 3, nullptr, [](Bytes c) { return text_of("ESC G %u double-strike %s", c[2], on_off(c[2])); }},
     {"\x1b" "M"sv, "ESC M font", 3, nullptr, font},
@@ -352,7 +354,7 @@ const CommandShape kShapes[] = {
     {"\x1b" "{"sv, "ESC { upside-down", 3, nullptr, [](Bytes c) { return text_of("ESC { %u upside-down %s", c[2], on_off(c[2])); }},
     {"\x1b" "L"sv, "ESC L", 2, nullptr, [](Bytes) { return std::string("ESC L select page mode"); }},
     {"\x1b" "S"sv, "ESC S", 2, nullptr, [](Bytes) { return std::string("ESC S select standard mode"); }},
-    {"\x1b" "W"sv, "ESC W print area", 10, nullptr, print_area},
+    {"\x1b" "W"sv, "ESC W print area", 10, nullptr, [](Bytes c) { return print_area(c, 2); }},
     {"\x1b" "T"sv, "ESC T print direction", 3, nullptr, print_direction},
     {"\x1b\x0c"sv, "ESC FF", 2, nullptr, [](Bytes) { return std::string("ESC FF print page data"); }},
     {"\x1b" "v"sv, "ESC v", 2, nullptr, [](Bytes) { return std::string("ESC v paper sensor status query"); }},
@@ -371,7 +373,7 @@ const CommandShape kShapes[] = {
     {"\x1d" "(L"sv, "GS ( L graphics", 0, gs_paren_length, [](Bytes c) { return graphics(c, "GS ( L", 5); }},
     {"\x1d" "8L"sv, "GS 8 L graphics", 0, gs_8l_length, [](Bytes c) { return graphics(c, "GS 8 L", 7); }},
     {"\x1d" "(E"sv, "GS ( E user setting", 0, gs_paren_length, user_setting},
-    {"\x1d" "("sv, "GS ( command", 0, gs_paren_length, [](Bytes c) { return text_of("GS ( %c function %u, %zu bytes", c[2], byte_at(c, 5), c.size()); }},
+    {"\x1d" "("sv, "GS ( command", 0, gs_paren_length, [](Bytes c) { return text_of("GS ( %s function %u, %zu bytes", command_byte(c[2]).c_str(), byte_at(c, 5), c.size()); }},
     {"\x1d" "v0"sv, "GS v 0 raster image", 0, raster_length, raster},
     {"\x1d" "*"sv, "GS * downloaded bit image", 0, gs_star_length, [](Bytes c) { return text_of("GS * define downloaded bit image %ux%u", c[2] * 8u, c[3] * 8u); }},
     {"\x1d" "/"sv, "GS / print downloaded bit image", 3, nullptr, [](Bytes c) { return text_of("GS / %u print downloaded bit image", c[2]) + scale_words(c[2]); }},
@@ -388,16 +390,42 @@ const CommandShape kShapes[] = {
     {"\x10\x14"sv, "DLE DC4 real-time command", 0, dle_dc4_length, dle_dc4},
 
     {"\x1c" "q"sv, "FS q NV bit images", 0, fs_q_length, nv_bit_images},
+    {"\x1c" "&"sv, "FS &", 2, nullptr, [](Bytes) { return std::string("FS & Chinese character mode on"); }},
+    {"\x1c" "."sv, "FS .", 2, nullptr, [](Bytes) { return std::string("FS . Chinese character mode off"); }},
     {"\x1c" "p"sv, "FS p print NV bit image", 4, nullptr, [](Bytes c) { return text_of("FS p %u %u print NV bit image %u", c[2], c[3], c[2]) + scale_words(c[3]); }},
 
     {"\x12" "'w\x10"sv, "DC2 buzzer", 7, nullptr, [](Bytes c) { return text_of("DC2 ' w buzzer mode %u", c[4]); }},
 };
+// The 0x1102 models' ESC W carries a 0x00 byte between W and its fields.
+const CommandShape k1102Shapes[] = {
+    {"\x1b" "W"sv, "ESC W print area", 11, nullptr, [](Bytes c) { return print_area(c, 3); }},
+};
 // clang-format on
+
+struct ModelForms {
+  uint32_t model_id;
+  std::span<const CommandShape> shapes;
+};
+
+const ModelForms kModelForms[] = {
+    {0x1102, k1102Shapes},
+};
 
 }  // namespace
 
 std::span<const CommandShape> command_shapes() {
   return kShapes;
+}
+
+std::span<const CommandShape> model_shapes(uint32_t model_id) {
+  for (const ModelForms& forms : kModelForms) {
+    if (forms.model_id == model_id) return forms.shapes;
+  }
+  return {};
+}
+
+std::string command_byte(uint8_t b) {
+  return b > 0x20 && b < 0x7F ? std::string(1, static_cast<char>(b)) : text_of("0x%02X", b);
 }
 
 std::string quoted(Bytes text, size_t limit) {

@@ -88,7 +88,10 @@ enum vorn_result {
   VORN_ERR_IO_USB_BUSY = -373
 };
 
-/* ---- Handles ------------------------------------------------------------ */
+/* ---- Handles ------------------------------------------------------------
+ * Every call looks its handle up among the live ones first: a null,
+ * destroyed or foreign handle gives VORN_ERR_INVALID_HANDLE and is never
+ * followed. */
 
 /* A printer handle: one catalogue model, one port, one command buffer.
  * Used by one thread at a time. */
@@ -109,8 +112,9 @@ enum vorn_port_kind {
 
 /* ---- Port URIs ------------------------------------------------------------
  * "vorn:/dev/bus/" type "/" name ["?" key "=" value {"+" key "=" value}],
- * at most 255 bytes and at most 8 options. A parsed record points into its
- * own text; it lives wherever the caller puts it (usually the stack). */
+ * at most 255 bytes and at most 8 options; no value is empty. A parsed
+ * record points into its own text; it lives wherever the caller puts it
+ * (usually the stack), and formats back to a text that parses to it again. */
 
 #define VORN_URI_MAX_TEXT 255
 #define VORN_URI_MAX_OPTIONS 8
@@ -173,7 +177,8 @@ VORN_API int32_t VORN_CALL vorn_io_control(VORN_PORT port, uint32_t code, uint32
 /* Location texts of attached supported USB printers, "|"-separated. */
 VORN_API int32_t VORN_CALL vorn_io_list_usb(char* buffer, int32_t size, uint32_t* used,
                                             int32_t flag);
-/* Text of a result code written at buffer + position, size - position bytes. */
+/* Text of a result code written at buffer + position, size - position bytes;
+ * -1 without writing when buffer is null or position is beyond size. */
 VORN_API int32_t VORN_CALL vorn_io_format_error(int32_t code, char* buffer, uint32_t position,
                                                 uint32_t size);
 

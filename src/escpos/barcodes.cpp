@@ -124,8 +124,8 @@ VORN_API int32_t VORN_CALL PrintBarCode(VORN_PRINTER handle, int32_t barcodeType
                                         int32_t alignment, int32_t hriPosition) {
   using namespace vorn::escpos;
   return vorn::printer::run_printing_call(handle, [&](vorn::printer::CommandContext& c) {
-    NarrowData bytes;
-    const int32_t result = convert_data(data, &bytes);
+    vorn::printer::NarrowText bytes;
+    const int32_t result = vorn::printer::to_narrow_owned(data, &bytes);
     if (result != VORN_OK) return result;
     return build_barcode(c, barcodeType, bytes.view(), byte_of(width), byte_of(height),
                          byte_of(alignment), hriPosition);

@@ -1,11 +1,7 @@
 #include "escpos/symbols.h"
 
-#include <algorithm>
-#include <new>
-
 #include "escpos/common_encoders.h"
 #include "escpos/encoder.h"
-#include "platform/text.h"
 
 namespace vorn::escpos {
 namespace {
@@ -110,32 +106,6 @@ int32_t run_steps(printer::CommandContext& context, Steps&&... steps) {
 
 }  // namespace
 
-int32_t convert_data(const VORN_WCHAR* text, NarrowData* out) {
-  const platform::TextOps& ops = platform::text();
-  size_t units = 0;
-  if (text != nullptr) {
-    while (text[units] != 0) ++units;
-  }
-  if (units == 0) return ops.invalid_parameter;
-  size_t needed = 0;
-  const int32_t error =
-      ops.to_narrow(reinterpret_cast<const char16_t*>(text), units, nullptr, 0, &needed);
-  if (error != 0) return error;
-  // One byte more than the text may take, so the zero fill terminates it.
-  const uint64_t size = std::max<uint64_t>(2 * static_cast<uint64_t>(units) + 2, needed) + 1;
-  if (size > UINT32_MAX) return VORN_ERR_NO_MEMORY;
-  std::unique_ptr<uint8_t[]> bytes(new (std::nothrow) uint8_t[size]());
-  if (!bytes) return VORN_ERR_NO_MEMORY;
-  uint32_t written = 0;
-  const int32_t result = printer::to_narrow_text(text, reinterpret_cast<char*>(bytes.get()),
-                                                 static_cast<uint32_t>(size), &written);
-  if (result != VORN_OK) return result;
-  out->length =
-      static_cast<uint32_t>(std::find(bytes.get(), bytes.get() + written, 0) - bytes.get());
-  out->bytes = std::move(bytes);
-  return VORN_OK;
-}
-
 int32_t build_symbol(printer::CommandContext& context, int32_t symbol_type,
                      std::span<const uint8_t> data, uint8_t error_correction, uint8_t module_size,
                      uint8_t row_height, uint8_t alignment) {
@@ -220,8 +190,8 @@ VORN_API int32_t VORN_CALL PrintSymbol(VORN_PRINTER handle, int32_t symbolType,
                                        int32_t moduleSize, int32_t rowHeight, int32_t alignment) {
   using namespace vorn::escpos;
   return vorn::printer::run_printing_call(handle, [&](vorn::printer::CommandContext& c) {
-    NarrowData bytes;
-    const int32_t result = convert_data(data, &bytes);
+    vorn::printer::NarrowText bytes;
+    const int32_t result = vorn::printer::to_narrow_owned(data, &bytes);
     if (result != VORN_OK) return result;
     return build_symbol(c, symbolType, bytes.view(), byte_of(errorCorrection), byte_of(moduleSize),
                         byte_of(rowHeight), byte_of(alignment));

@@ -9,7 +9,6 @@
 #include <vorn/vorn.h>
 
 #include <cstdint>
-#include <memory>
 #include <span>
 
 #include "printer/session.h"
@@ -28,21 +27,6 @@ inline constexpr uint8_t kQrModel = 0x31;
 // Models of this identifier refuse the select-model command in the barcode
 // path, so it is left out for them there.
 inline constexpr uint32_t kModelWithoutQrModelCommand = 0x1562;
-
-// Text data of a symbol or barcode, converted to the system's narrow code
-// page, in a zero-filled buffer that terminates it.
-struct NarrowData {
-  std::unique_ptr<uint8_t[]> bytes;
-  uint32_t length = 0;  // up to the first zero byte
-  std::span<const uint8_t> view() const { return {bytes.get(), length}; }
-};
-
-// Converts zero-terminated UTF-16 data. The buffer holds 2n + 2 bytes for n
-// code units, or more when the code page needs it (UTF-8 can take three
-// bytes per unit), so data is never refused for its encoding. An empty text
-// gives the system's invalid-parameter number, memory -9, a failed
-// conversion the system's number.
-int32_t convert_data(const VORN_WCHAR* text, NarrowData* out);
 
 // PrintSymbol's builder: ESC a `alignment` unless the page-mode flag is set,
 // then the whole PDF417 or QR Code sequence. -1 for a type outside 101 to 104

@@ -2,9 +2,6 @@
 // attributes, character size); PrintTextS sends the bytes alone so that the
 // printer's current modes apply. Both convert the UTF-16 text to the system's
 // narrow code page first.
-#include <algorithm>
-#include <memory>
-#include <new>
 #include <span>
 
 #include "escpos/common_encoders.h"
@@ -87,25 +84,10 @@ int32_t build_bare_text(CommandContext& context, std::span<const uint8_t> text) 
 template <typename Builder>
 int32_t print_converted(VORN_PRINTER handle, const VORN_WCHAR* text, Builder&& builder) {
   return printer::run_printing_call(handle, [&](CommandContext& context) -> int32_t {
-    size_t units = 0;
-    if (text != nullptr) {
-      while (text[units] != 0) ++units;
-    }
-    // Two bytes per UTF-16 unit and two more is the most the converted text
-    // may take; one byte beyond keeps even that longest text terminated.
-    const size_t room = 2 * units + 2;
-    if (room + 1 > UINT32_MAX) return VORN_ERR_NO_MEMORY;
-    std::unique_ptr<char[]> narrow(new (std::nothrow) char[room + 1]);
-    if (!narrow) return VORN_ERR_NO_MEMORY;
-    uint32_t length = 0;
-    const int32_t result =
-        printer::to_narrow_text(text, narrow.get(), static_cast<uint32_t>(room + 1), &length);
+    printer::NarrowText narrow;
+    const int32_t result = printer::to_narrow_owned(text, &narrow);
     if (result != VORN_OK) return result;
-    // The text ends at its first zero byte.
-    length =
-        static_cast<uint32_t>(std::find(narrow.get(), narrow.get() + length, '\0') - narrow.get());
-    return builder(
-        context, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(narrow.get()), length));
+    return builder(context, narrow.view());
   });
 }
 

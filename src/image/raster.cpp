@@ -46,10 +46,10 @@ int32_t append_compressed(printer::CommandContext& context, int64_t bytes_per_ro
   int32_t result =
       encode_compressed_raster_header(escpos::target_of(context), bytes_per_row, height);
   if (result != VORN_OK) return result;
-  result = printer::ensure_room(&context, room_for(data.size()));
+  // Room for the rows as coded: noisy rows code longer than they are.
+  result = printer::ensure_room(&context, room_for(coded_length));
   if (result != VORN_OK) return result;
-  // The room is made for the uncoded size; rows that code longer than that
-  // may still not fit.
+  // Only a buffer that cannot grow may still be short.
   const int64_t free_space = static_cast<int64_t>(context.capacity) - context.length;
   if (context.buffer == nullptr || free_space < static_cast<int64_t>(coded_length)) {
     return VORN_ERR_BUFFER_TOO_SMALL;
@@ -75,6 +75,12 @@ int32_t probe_picture(const printer::CommandContext& context, const VORN_WCHAR* 
     return VORN_ERR_IMAGE_SIZE;
   }
   return VORN_OK;
+}
+
+int32_t check_before_decoding(printer::CommandContext& context, uint64_t command_size,
+                              bool accepted) {
+  return escpos::check(escpos::target_of(context), context.growable != 0 ? 0 : command_size,
+                       accepted);
 }
 
 ImageData allocate_image_data(uint64_t size) {
@@ -112,11 +118,19 @@ int32_t build_print_image(printer::CommandContext& context, const VORN_WCHAR* pa
   int32_t result = probe_picture(context, path, kTallestPrintedPicture, &width, &height);
   if (result != VORN_OK) return result;
 
-  // Pictures up to the size checks' limits are converted even when the
-  // command will refuse them (wider than 1024 dots, 2304 dots high or more):
-  // the encoder is the one to say -1.
+  // Pictures the command cannot carry (wider than 1024 dots, 2304 dots high
+  // or more) pass the size checks and are refused here, undecoded. The
+  // compressed raster ignores m, and its rows' length is known only once
+  // they are coded: its header is what must fit.
   const int64_t bytes_per_row = (static_cast<int64_t>(width) + 7) / 8;
   const uint64_t size = raster_bytes(width, height);
+  const bool compressed = compresses_raster(context);
+  result = compressed ? check_before_decoding(context, kRasterHeaderSize,
+                                              fits_raster(bytes_per_row, height))
+                      : check_before_decoding(
+                            context, kRasterHeaderSize + size,
+                            is_scale(escpos::byte_of(m)) && fits_raster(bytes_per_row, height));
+  if (result != VORN_OK) return result;
   ImageData dots = allocate_image_data(size);
   if (!dots) return VORN_ERR_NO_MEMORY;
 
@@ -126,7 +140,7 @@ int32_t build_print_image(printer::CommandContext& context, const VORN_WCHAR* pa
   const std::span<const uint8_t> data(dots.get(), size);
 
   // The mode of the compressed raster is fixed: the caller's m plays no part.
-  if (compresses_raster(context)) {
+  if (compressed) {
     return rollback.finish(append_compressed(context, bytes_per_row, height, data));
   }
   result = printer::ensure_room(&context, room_for(size));

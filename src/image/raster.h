@@ -31,6 +31,14 @@ inline constexpr int32_t kNoHeightLimit = INT32_MAX;
 int32_t probe_picture(const printer::CommandContext& context, const VORN_WCHAR* path,
                       int32_t tallest, int32_t* width, int32_t* height);
 
+// What the command's encoder will answer a picture of the probed size, found
+// before any pixel is decoded: 0 when it will take the command, else -3 (no
+// ESC/POS), -2 (a buffer that cannot grow has less than `command_size` bytes
+// free) or -1 (`accepted` false: the encoder's rules on the size and the
+// parameters refuse it). A buffer that can grow is given room later.
+int32_t check_before_decoding(printer::CommandContext& context, uint64_t command_size,
+                              bool accepted);
+
 // Zero-filled bytes owned by one call; null when they cannot be had (also for
 // sizes no command buffer could ever carry).
 struct FreeBytes {

@@ -70,16 +70,31 @@ class GraphicsHead {
   size_t size_;
 };
 
+// The whole GS ( L / GS 8 L command: head, `fields` bytes, `k` data bytes.
+uint64_t graphics_size(uint64_t fields, uint64_t k) {
+  return GraphicsHead(fields + k).bytes().size() + fields + k;
+}
+
+// The encoders' rules that the key code and the picture's size decide; the
+// data must then hold B x h bytes.
+bool takes_graphic(uint8_t kc1, uint8_t kc2, int32_t width, int32_t height) {
+  return is_key_code(kc1) && is_key_code(kc2) && within(width, 1, kWidestGraphic) &&
+         within(height, 1, kTallestGraphic);
+}
+bool takes_buffered_graphic(int32_t width, int32_t height) {
+  return within(height, 1, kTallestBufferedGraphic) && within(width, 1, kWidestBufferedGraphic);
+}
+
+constexpr uint64_t kGraphicFields = 11;          // functions 67 and 83
+constexpr uint64_t kBufferedGraphicFields = 10;  // function 112
+
 // Functions 67 and 83: define an NV or download graphic under a key code.
 int32_t encode_define_graphic(const Target& t, uint8_t function, uint8_t kc1, uint8_t kc2,
                               int32_t width, int32_t height, std::span<const uint8_t> data) {
-  constexpr uint64_t kFieldsAfterCount = 11;
-  const GraphicsHead head(data.size() + kFieldsAfterCount);
-  const bool valid = !data.empty() && is_key_code(kc1) && is_key_code(kc2) &&
-                     within(width, 1, kWidestGraphic) && within(height, 1, kTallestGraphic) &&
+  const GraphicsHead head(data.size() + kGraphicFields);
+  const bool valid = !data.empty() && takes_graphic(kc1, kc2, width, height) &&
                      data.size() == raster_bytes(width, height);
-  const int32_t result =
-      escpos::check(t, head.bytes().size() + kFieldsAfterCount + data.size(), valid);
+  const int32_t result = escpos::check(t, graphics_size(kGraphicFields, data.size()), valid);
   if (result != VORN_OK) return result;
   const auto w = static_cast<uint32_t>(width);
   const auto h = static_cast<uint32_t>(height);
@@ -93,13 +108,11 @@ int32_t encode_define_graphic(const Target& t, uint8_t function, uint8_t kc1, ui
 // Function 112: place a graphic in the print buffer, at scale 1 x 1.
 int32_t encode_store_in_print_buffer(const Target& t, int32_t width, int32_t height,
                                      std::span<const uint8_t> data) {
-  constexpr uint64_t kFieldsAfterCount = 10;
-  const GraphicsHead head(data.size() + kFieldsAfterCount);
-  const bool valid = within(height, 1, kTallestBufferedGraphic) && !data.empty() &&
-                     within(width, 1, kWidestBufferedGraphic) &&
+  const GraphicsHead head(data.size() + kBufferedGraphicFields);
+  const bool valid = !data.empty() && takes_buffered_graphic(width, height) &&
                      data.size() == raster_bytes(width, height);
   const int32_t result =
-      escpos::check(t, head.bytes().size() + kFieldsAfterCount + data.size(), valid);
+      escpos::check(t, graphics_size(kBufferedGraphicFields, data.size()), valid);
   if (result != VORN_OK) return result;
   const auto w = static_cast<uint32_t>(width);
   const auto h = static_cast<uint32_t>(height);
@@ -127,14 +140,19 @@ int32_t encode_define_downloaded_bit_image(const Target& t, uint8_t x, uint8_t y
   return escpos::emit(t, valid, {0x1D, 0x2A, x, y}, data);
 }
 
-// The raster layout of the file at `path`, room for it, then `encode`.
-template <typename Encoder>
-int32_t define_from_file(CommandContext& context, const VORN_WCHAR* path, Encoder&& encode) {
+// The raster layout of the file at `path`, room for it, then `encode`. A
+// picture that `takes` (the encoder's rules on the size) refuses is never
+// decoded; `fields` says how long the command is besides its data.
+template <typename Takes, typename Encoder>
+int32_t define_from_file(CommandContext& context, const VORN_WCHAR* path, uint64_t fields,
+                         Takes&& takes, Encoder&& encode) {
   int32_t width = 0;
   int32_t height = 0;
   int32_t result = probe_picture(context, path, kNoHeightLimit, &width, &height);
   if (result != VORN_OK) return result;
   const uint64_t size = raster_bytes(width, height);
+  result = check_before_decoding(context, graphics_size(fields, size), takes(width, height));
+  if (result != VORN_OK) return result;
   ImageData dots = allocate_image_data(size);
   if (!dots) return VORN_ERR_NO_MEMORY;
   result = image_source().raster(path, width, height, dots.get());
@@ -147,11 +165,19 @@ int32_t define_from_file(CommandContext& context, const VORN_WCHAR* path, Encode
 
 int32_t define_graphic(CommandContext& context, const VORN_WCHAR* path, uint8_t function,
                        int32_t kc1, int32_t kc2) {
-  return define_from_file(context, path,
-                          [&](const Target& t, int32_t w, int32_t h, std::span<const uint8_t> d) {
-                            return encode_define_graphic(t, function, escpos::byte_of(kc1),
-                                                         escpos::byte_of(kc2), w, h, d);
-                          });
+  const uint8_t key1 = escpos::byte_of(kc1);
+  const uint8_t key2 = escpos::byte_of(kc2);
+  return define_from_file(
+      context, path, kGraphicFields,
+      [&](int32_t w, int32_t h) { return takes_graphic(key1, key2, w, h); },
+      [&](const Target& t, int32_t w, int32_t h, std::span<const uint8_t> d) {
+        return encode_define_graphic(t, function, key1, key2, w, h, d);
+      });
+}
+
+int32_t define_buffered_graphic(CommandContext& context, const VORN_WCHAR* path) {
+  return define_from_file(context, path, kBufferedGraphicFields, takes_buffered_graphic,
+                          encode_store_in_print_buffer);
 }
 
 // Units of 8 dots that cover `dots`.
@@ -185,6 +211,9 @@ int32_t build_define_nv_bit_images(CommandContext& context, const VORN_WCHAR* co
     info.data_size = info.x * info.y * 8;
     total += info.data_size + 4;
   }
+  constexpr uint64_t kFsQHead = 3;
+  int32_t result = check_before_decoding(context, kFsQHead + total, count != 0);
+  if (result != VORN_OK) return result;
 
   ImageData pictures = allocate_image_data(total);
   if (!pictures) return VORN_ERR_NO_MEMORY;
@@ -198,13 +227,12 @@ int32_t build_define_nv_bit_images(CommandContext& context, const VORN_WCHAR* co
     position[2] = low_byte(y);
     position[3] = high_byte(y);
     position += 4;
-    const int32_t result = image_source().columns(paths[i], info.width, info.height, position);
+    result = image_source().columns(paths[i], info.width, info.height, position);
     if (result != VORN_OK) return result;
     position += info.data_size;
   }
 
-  const int32_t result =
-      printer::ensure_room(&context, static_cast<uint32_t>(total + printer::kCommandRoom));
+  result = printer::ensure_room(&context, static_cast<uint32_t>(total + printer::kCommandRoom));
   if (result != VORN_OK) return result;
   return encode_define_nv_bit_images(escpos::target_of(context), escpos::byte_of(count),
                                      std::span<const uint8_t>(pictures.get(), total));
@@ -218,14 +246,18 @@ int32_t build_define_downloaded_bit_image(CommandContext& context, const VORN_WC
   const uint64_t x = units_of(width);
   const uint64_t y = units_of(height);
   const uint64_t size = x * y * 8;
+  // Pictures over 2040 dots have 256 units or more, which the bytes sent
+  // cannot describe: the encoder would refuse them.
+  constexpr uint64_t kGsStarHead = 4;
+  constexpr uint64_t kMostUnits = 255;
+  result = check_before_decoding(context, kGsStarHead + size, x <= kMostUnits && y <= kMostUnits);
+  if (result != VORN_OK) return result;
   ImageData columns = allocate_image_data(size);
   if (!columns) return VORN_ERR_NO_MEMORY;
   result = image_source().columns(path, width, height, columns.get());
   if (result != VORN_OK) return result;
   result = printer::ensure_room(&context, static_cast<uint32_t>(size + printer::kCommandRoom));
   if (result != VORN_OK) return result;
-  // Pictures over 2040 dots have 256 units or more: the bytes sent cannot
-  // describe them and the encoder refuses them.
   return encode_define_downloaded_bit_image(
       escpos::target_of(context), static_cast<uint8_t>(x & 0xFF), static_cast<uint8_t>(y & 0xFF),
       std::span<const uint8_t>(columns.get(), size));
@@ -255,9 +287,8 @@ VORN_API int32_t VORN_CALL DefineDownloadedImage(VORN_PRINTER handle, const VORN
 }
 
 VORN_API int32_t VORN_CALL DefineBufferedImage(VORN_PRINTER handle, const VORN_WCHAR* filePath) {
-  return vorn::printer::run_printing_call(handle, [&](CommandContext& c) {
-    return image::define_from_file(c, filePath, image::encode_store_in_print_buffer);
-  });
+  return vorn::printer::run_printing_call(
+      handle, [&](CommandContext& c) { return image::define_buffered_graphic(c, filePath); });
 }
 
 // The print and delete commands go into the buffer as it stands.

@@ -8,6 +8,7 @@
 #include "io/network_port.h"
 #include "io/parallel_port.h"
 #include "io/serial_port.h"
+#include "io/usb_port.h"
 
 namespace vorn::io {
 namespace {
@@ -21,6 +22,7 @@ struct DriverEntry {
 const DriverEntry kDrivers[] = {
     {VORN_PORT_SERIAL, &kSerialDriverOps, new_serial_state},
     {VORN_PORT_PARALLEL, &kParallelDriverOps, new_parallel_state},
+    {VORN_PORT_USB, &kUsbDriverOps, new_usb_state},
     {VORN_PORT_NETWORK, &kNetworkDriverOps, new_network_state},
 };
 

@@ -22,6 +22,9 @@ uint32_t clamp_wait(uint64_t ms) {
   return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX));
 }
 
+// How long a quick read of an overlapped device waits for its one attempt.
+constexpr uint32_t kQuickReadWaitMs = 100;
+
 HandlePortState* as_state(void* state) {
   return static_cast<HandlePortState*>(state);
 }
@@ -36,6 +39,24 @@ int32_t check_ready(const HandlePortState* state) {
 
 uint32_t now() {
   return platform::clock().now_ms();
+}
+
+// A silent device gets this many naps before its polls are only paced.
+constexpr int kNaps = 5;
+// After its naps a silent device is still polled until the budget runs out,
+// but at most once per this many milliseconds.
+constexpr uint32_t kPollPauseMs = 10;
+
+// One single-byte attempt once the naps are used up: it waits up to `pause`
+// for the byte where the device can signal data, and where it answers at once
+// without one (a regular file, a port without a reverse channel) the rest of
+// the pause is slept, so that a silent device never costs a whole core.
+platform::Attempt paced_read(HandlePortState* state, uint8_t* target, uint32_t pause) {
+  const uint32_t start = now();
+  platform::Attempt attempt = state->device().read(state->handle, target, 1, pause);
+  const uint32_t spent = now() - start;
+  if (attempt.done == 0 && spent < pause) platform::clock().sleep_ms(pause - spent);
+  return attempt;
 }
 
 int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t length,
@@ -65,13 +86,19 @@ int32_t parallel_timed_read(HandlePortState* state, uint8_t* target, uint32_t le
       error = VORN_ERR_IO_READ_TIMEOUT;
       break;
     }
-    // A device that stays silent is polled without burning the processor,
-    // but only for a few naps: after that it is polled as fast as it answers.
-    if (d < 100 && last.done == 0 && sleeps < 5) {
+    // A device that has just gone silent gets a few naps; after them it is
+    // polled with short pauses, never more than the budget has left.
+    if (d < 100 && last.done == 0 && sleeps < kNaps) {
       platform::clock().sleep_ms(nap);
       ++sleeps;
     }
-    last = device.read(state->handle, target, 1, 0);
+    if (sleeps < kNaps) {
+      last = device.read(state->handle, target, 1, 0);
+    } else {
+      const uint64_t left = read_budget - elapsed + 1;
+      last =
+          paced_read(state, target, static_cast<uint32_t>(std::min<uint64_t>(kPollPauseMs, left)));
+    }
     total += last.done;
   }
   *transferred = total;
@@ -94,6 +121,96 @@ int32_t parallel_quick_read(HandlePortState* state, uint8_t* target, uint32_t wa
   }
   *transferred = total;
   return error;
+}
+
+// Overlapped reads of a USB port land in a scratch buffer when the caller
+// asks for little: the device may answer with a whole packet, and a transfer
+// shorter than what the device sends fails instead of returning the bytes.
+// The buffers belong to the call, so ports read from several threads do not
+// share them; their sizes and the rule of keeping the last bytes stay.
+constexpr uint32_t kTimedReadScratch = 255;
+constexpr uint32_t kQuickReadScratch = 64;
+
+// Copies what a scratch buffer received to the caller: the last `want`
+// bytes when more arrived.
+void deliver_last(const uint8_t* scratch, uint32_t received, uint8_t* target, uint32_t want) {
+  const uint32_t n = std::min(received, want);
+  std::memcpy(target, scratch + (received - n), n);
+}
+
+// At most five attempts: the first waits for what is left of the budget,
+// and once data flows each later one waits only the read interval.
+int32_t overlapped_timed_read(HandlePortState* state, uint8_t* buffer, uint32_t length,
+                              uint32_t* transferred) {
+  const platform::DeviceFileOps& device = state->device();
+  const uint64_t total_budget =
+      budget(state->timeouts[kReadMultiplier], length, state->timeouts[kReadConstant]);
+  const uint32_t interval = state->timeouts[kReadInterval];
+  uint8_t scratch[kTimedReadScratch] = {};
+  const bool use_scratch = state->kind == VORN_PORT_USB && length < kTimedReadScratch;
+  uint8_t* target = use_scratch ? scratch : buffer;
+  uint32_t read_size = use_scratch ? kTimedReadScratch : length;
+
+  uint64_t wait_left = total_budget;
+  uint64_t elapsed = 0;
+  bool waiting_for_first = true;
+  int tries_left = 5;
+  int reads = 0;
+  uint32_t total = 0;
+  int32_t error = VORN_OK;
+  uint32_t mark = now();
+  for (;;) {
+    if (kill_marked(state->kill_mark) || tries_left == 0) break;
+    --tries_left;
+    ++reads;
+    platform::Attempt attempt =
+        device.read(state->handle, target + total, read_size, clamp_wait(wait_left));
+    if (attempt.error != 0) {
+      error = attempt.error;
+      break;
+    }
+    const uint32_t n = attempt.timed_out ? 0 : attempt.done;
+    if (n > 0) {
+      total += n;
+      read_size -= n;
+      if (total >= length) break;
+    }
+    const uint32_t moment = now();
+    const uint32_t d = moment - mark;
+    mark = moment;
+    wait_left = uint64_t{d} + 10 > wait_left ? 0 : wait_left - d;
+    elapsed += d;
+    if ((n == 0 && wait_left == 0) || elapsed > total_budget ||
+        (!waiting_for_first && d > interval)) {
+      error = VORN_ERR_IO_READ_TIMEOUT;
+      break;
+    }
+    if (d < 100 && n == 0 && waiting_for_first && reads < 5) {
+      platform::clock().sleep_ms(clamp_wait(std::min<uint64_t>(wait_left / tries_left, 100)));
+    }
+    if (n > 0 && waiting_for_first) {
+      waiting_for_first = false;
+      wait_left = interval;
+    }
+  }
+  if (reads == 5 && total < length) error = VORN_ERR_IO_READ_TIMEOUT;
+  if (use_scratch) deliver_last(scratch, total, buffer, length);
+  *transferred = total;
+  return error;
+}
+
+// One attempt with a short wait; whatever it reports, the result is 0.
+int32_t overlapped_quick_read(HandlePortState* state, uint8_t* buffer, uint32_t want,
+                              uint32_t* transferred) {
+  uint8_t scratch[kQuickReadScratch] = {};
+  const bool use_scratch = state->kind == VORN_PORT_USB && want < kQuickReadScratch;
+  platform::Attempt attempt =
+      state->device().read(state->handle, use_scratch ? scratch : buffer,
+                           use_scratch ? kQuickReadScratch : want, kQuickReadWaitMs);
+  const uint32_t received = attempt.timed_out ? 0 : attempt.done;
+  if (use_scratch) deliver_last(scratch, received, buffer, want);
+  *transferred = received;
+  return VORN_OK;
 }
 
 }  // namespace
@@ -182,6 +299,16 @@ int32_t handle_port_open_device(HandlePortState* state) {
   return VORN_OK;
 }
 
+int32_t handle_port_open_named(HandlePortState* state,
+                               void (*device_path_for)(const char* name, char* out, size_t size)) {
+  // The stored URI is one that parsed before and parses again.
+  vorn_uri record;
+  const int32_t result = vorn_io_uri_from_str(&record, state->uri);
+  if (result != VORN_OK) return result;
+  device_path_for(record.name, state->device_path, sizeof state->device_path);
+  return handle_port_open_device(state);
+}
+
 int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offset, uint32_t length,
                       uint32_t* transferred) {
   int32_t error = check_ready(state);
@@ -237,7 +364,11 @@ int32_t timed_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uin
                    uint32_t* transferred) {
   int32_t error = check_ready(state);
   if (error != VORN_OK) return error;
-  if (state->overlapped) return VORN_ERR_NOT_IMPLEMENTED;
+  // A read of nothing stores nothing: every path below would otherwise make
+  // an attempt of at least one byte (the parallel poll, the USB scratch
+  // buffer) and wait out its budget for it.
+  if (length == 0) return VORN_OK;
+  if (state->overlapped) return overlapped_timed_read(state, buffer + offset, length, transferred);
   if (state->kind == VORN_PORT_PARALLEL) {
     return parallel_timed_read(state, buffer + offset, length, transferred);
   }
@@ -254,8 +385,8 @@ int32_t quick_read(HandlePortState* state, uint8_t* buffer, uint32_t offset, uin
                    uint32_t* transferred) {
   int32_t error = check_ready(state);
   if (error != VORN_OK) return error;
-  if (state->overlapped) return VORN_ERR_NOT_IMPLEMENTED;
   const uint32_t want = size - offset;
+  if (state->overlapped) return overlapped_quick_read(state, buffer + offset, want, transferred);
   if (state->kind == VORN_PORT_PARALLEL) {
     return parallel_quick_read(state, buffer + offset, want, transferred);
   }

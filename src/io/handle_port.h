@@ -3,6 +3,7 @@
 // reads, quick reads of what is already there, and the common operations.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "io/driver.h"
@@ -47,6 +48,12 @@ int32_t handle_port_get_timeout(void* state, uint32_t values[kTimeoutCount]);
 
 // Opens the device path; 0 or the system's error number.
 int32_t handle_port_open_device(HandlePortState* state);
+// Opens the device that `device_path_for` gives for the port name of the
+// stored URI. The name is looked up at each open, as the system opening it by
+// name would: a file made after the port, or a change of working directory,
+// counts.
+int32_t handle_port_open_named(HandlePortState* state,
+                               void (*device_path_for)(const char* name, char* out, size_t size));
 
 // Writes `length` bytes from data + offset in pieces of at most the transfer
 // unit, within write multiplier x length + write constant milliseconds overall

@@ -20,8 +20,6 @@ int32_t set_uri(void* raw, const char* uri) {
   char normalised[VORN_URI_MAX_TEXT + 1] = {};
   result = vorn_io_uri_to_str(&record, normalised, sizeof normalised);
   if (result != VORN_OK) return result;
-  platform::parallel_device_path(record.name, state->core.device_path,
-                                 sizeof state->core.device_path);
   store_uri(&state->core, normalised);
   return VORN_OK;
 }
@@ -29,7 +27,7 @@ int32_t set_uri(void* raw, const char* uri) {
 int32_t open(void* raw) {
   ParallelState* state = as_parallel(raw);
   if (state == nullptr || !state->core.has_uri) return VORN_ERR_IO_INVALID_SETTING;
-  return handle_port_open_device(&state->core);
+  return handle_port_open_named(&state->core, platform::parallel_device_path);
 }
 
 int32_t write(void* raw, const uint8_t* data, uint32_t offset, uint32_t length,

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "io/comma_form.h"
+#include "io/live_set.h"
 #include "io/port_lock.h"
 
 namespace vorn::io {
@@ -28,8 +29,16 @@ int32_t port_kind_from_type(const char* type) {
 
 namespace {
 
+// Fully created ports only: one made by the second creator alone never
+// enters the set, so it is refused like a destroyed one. Never destroyed, so
+// that a port used during the process's exit still finds it.
+LiveSet& live_ports() {
+  static LiveSet* ports = new LiveSet;
+  return *ports;
+}
+
 bool usable(VORN_PORT port) {
-  return port != nullptr && port->marker == kPortMarker;
+  return live_ports().contains(port) && port->marker == kPortMarker;
 }
 
 void free_port(VORN_PORT port) {
@@ -66,8 +75,12 @@ VORN_API int32_t VORN_CALL vorn_io_close(VORN_PORT port) {
 }
 
 VORN_API int32_t VORN_CALL vorn_io_kill(VORN_PORT port) {
-  if (!usable(port)) return VORN_ERR_INVALID_HANDLE;
-  return port->driver->ops->kill(port->driver->state);
+  // Called from another thread to stop a running transfer: the port stays
+  // live while its kill mark is set, even if its owner is destroying it.
+  int32_t result = VORN_ERR_INVALID_HANDLE;
+  vorn::io::live_ports().while_live(port,
+                                    [&] { result = port->driver->ops->kill(port->driver->state); });
+  return result;
 }
 
 VORN_API int32_t VORN_CALL vorn_io_flush(VORN_PORT port) {
@@ -198,15 +211,19 @@ VORN_API int32_t VORN_CALL vorn_io_port_creator(VORN_PORT* port, const char* uri
     return fail(result);
   }
   object->marker = vorn::io::kPortMarker;
+  if (!vorn::io::live_ports().add(object)) {
+    vorn::io::free_port(object);
+    return fail(VORN_ERR_BUFFER_TOO_SMALL);
+  }
   *port = object;
   return VORN_OK;
 }
 
 VORN_API int32_t VORN_CALL vorn_io_port_destroy(VORN_PORT port) {
-  if (!usable(port)) return VORN_ERR_INVALID_HANDLE;
+  // Taken out of the set first: from here on every other call refuses it.
+  if (!vorn::io::live_ports().take(port)) return VORN_ERR_INVALID_HANDLE;
   vorn::io::port_lock_unregister_port();
   port->driver->ops->close(port->driver->state);
-  // Clear the marker first so a stale handle is refused rather than followed.
   port->marker = 0;
   vorn::io::free_port(port);
   return VORN_OK;

@@ -62,8 +62,6 @@ int32_t set_uri(void* raw, const char* uri) {
   result = vorn_io_uri_to_str(&record, normalised, sizeof normalised);
   if (result != VORN_OK) return result;
   state->baud_rate = baud_rate;
-  platform::serial_device_path(record.name, state->core.device_path,
-                               sizeof state->core.device_path);
   store_uri(&state->core, normalised);
   return VORN_OK;
 }
@@ -100,7 +98,7 @@ int32_t open(void* raw) {
     state->core.timeouts[kWriteConstant] =
         automatic_write_constant(state->core.transfer_unit, state->baud_rate);
   }
-  int32_t result = handle_port_open_device(&state->core);
+  int32_t result = handle_port_open_named(&state->core, platform::serial_device_path);
   if (result != VORN_OK) return result;
   return set_up_line(state);
 }

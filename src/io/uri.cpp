@@ -104,15 +104,22 @@ VORN_API int32_t VORN_CALL vorn_io_uri_from_str(vorn_uri* record, const char* te
   if (*cursor == '\0') return VORN_ERR_PARAMETER;
 
   for (;;) {
-    // A trailing word without "=" names no option; it is dropped.
+    // A trailing word without "=" names no option; it is dropped. Dropping it
+    // must leave a text that parses again: with an empty name and no option
+    // stored, the text would end right after the type's "/".
     char* equals = std::strchr(cursor, '=');
-    if (!equals) return VORN_OK;
+    if (!equals) {
+      const bool nothing_left = *record->name == '\0' && record->option_count == 0;
+      return nothing_left ? VORN_ERR_PARAMETER : VORN_OK;
+    }
     if (record->option_count == VORN_URI_MAX_OPTIONS) return VORN_ERR_PARAMETER;
     *equals = '\0';
     vorn_uri_option& option = record->options[record->option_count];
     option.key = cursor;
     cursor = equals + 1;
-    if (*cursor == '\0') return VORN_ERR_PARAMETER;
+    // An empty value is refused wherever it stands: written back as the last
+    // option, it would end the text in "=".
+    if (*cursor == '\0' || *cursor == '+') return VORN_ERR_PARAMETER;
 
     char* after_value = cut_at(cursor, '+');
     option.value = cursor;

@@ -9,6 +9,7 @@
 #include "platform/serial_line.h"
 #include "platform/socket.h"
 #include "platform/text.h"
+#include "platform/usb.h"
 
 namespace vorn::platform {
 namespace {
@@ -32,6 +33,7 @@ Slot<ImageDecoderOps> image_decoder_slot;
 Slot<SerialLineOps> serial_line_slot;
 Slot<SocketOps> socket_slot;
 Slot<TextOps> text_slot;
+Slot<UsbOps> usb_slot;
 
 }  // namespace
 
@@ -75,6 +77,13 @@ const TextOps& text() {
 }
 const TextOps* install_text(const TextOps* ops) {
   return text_slot.install(ops);
+}
+
+const UsbOps& usb() {
+  return usb_slot.get(native_usb());
+}
+const UsbOps* install_usb(const UsbOps* ops) {
+  return usb_slot.install(ops);
 }
 
 }  // namespace vorn::platform

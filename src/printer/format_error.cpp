@@ -75,6 +75,8 @@ extern "C" {
 
 VORN_API int32_t VORN_CALL vorn_io_format_error(int32_t code, char* buffer, uint32_t position,
                                                 uint32_t size) {
+  // A region that lies outside the caller's buffer is never written.
+  if (buffer == nullptr || position > size) return VORN_ERR_PARAMETER;
   char* region = buffer + position;
   const uint32_t capacity = size - position;
   std::memset(region, 0, capacity);
@@ -87,6 +89,7 @@ VORN_API int32_t VORN_CALL vorn_io_format_error(int32_t code, char* buffer, uint
 
 VORN_API int32_t VORN_CALL FormatError(int32_t code, int32_t language, VORN_WCHAR* buffer,
                                        uint32_t position, uint32_t size) {
+  if (buffer == nullptr || position > size) return VORN_ERR_PARAMETER;
   // Counted in bytes like the narrow function; an odd byte left over is not
   // used.
   char* region = reinterpret_cast<char*>(buffer) + position;

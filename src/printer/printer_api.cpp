@@ -38,19 +38,18 @@ VORN_PRINTER create_handle(uint32_t model_id) {
     std::free(buffer);
     if (context != nullptr) context->growable = 0;
   }
+  if (result == VORN_OK) {
+    handle->tag = kPrinterTag;
+    handle->context = context;
+    if (!add_live_printer(handle)) result = VORN_ERR_NO_MEMORY;
+  }
   if (result != VORN_OK) {
     destroy_context(context);
     delete handle;
     creation_error = result;
     return nullptr;
   }
-  handle->tag = kPrinterTag;
-  handle->context = context;
   return handle;
-}
-
-bool valid(VORN_PRINTER handle) {
-  return handle != nullptr && handle->tag == kPrinterTag;
 }
 
 // Longest model name the creator accepts once converted, without terminator.
@@ -88,17 +87,16 @@ VORN_API VORN_PRINTER VORN_CALL PrinterCreatorS(const char* model) {
 }
 
 VORN_API int32_t VORN_CALL PrinterDestroy(VORN_PRINTER handle) {
-  if (!valid(handle)) return VORN_ERR_INVALID_HANDLE;
+  if (!take_live_printer(handle)) return VORN_ERR_INVALID_HANDLE;
   destroy_context(handle->context);
   if (handle->port != nullptr) vorn_io_port_destroy(handle->port);
-  // Clear the tag so that a stale copy of the handle is refused.
   handle->tag = 0;
   delete handle;
   return VORN_OK;
 }
 
 VORN_API int32_t VORN_CALL PortOpen(VORN_PRINTER handle, const VORN_WCHAR* port) {
-  if (!valid(handle)) return VORN_ERR_INVALID_HANDLE;
+  if (!is_live_printer(handle)) return VORN_ERR_INVALID_HANDLE;
   if (handle->port != nullptr) {
     vorn_io_port_destroy(handle->port);
     handle->port = nullptr;
@@ -117,7 +115,7 @@ VORN_API int32_t VORN_CALL PortOpen(VORN_PRINTER handle, const VORN_WCHAR* port)
 }
 
 VORN_API int32_t VORN_CALL PortClose(VORN_PRINTER handle) {
-  if (!valid(handle)) return VORN_ERR_INVALID_HANDLE;
+  if (!is_live_printer(handle)) return VORN_ERR_INVALID_HANDLE;
   if (!handle->port_open || handle->port == nullptr) return VORN_ERR_IO_NOT_OPEN;
   handle->port_open = 0;
   handle->port->close(handle->port);

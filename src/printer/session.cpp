@@ -1,10 +1,12 @@
 #include "printer/session.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "io/live_set.h"
 #include "io/port.h"
 #include "platform/clock.h"
 #include "platform/text.h"
@@ -47,8 +49,31 @@ int32_t bind_model(CommandContext* context, uint32_t model_id) {
   return create_capability_record(model_id, &context->record);
 }
 
+namespace {
+
+// Never destroyed, so that a handle used during the process's exit still
+// finds it.
+io::LiveSet& live_printers() {
+  static io::LiveSet* printers = new io::LiveSet;
+  return *printers;
+}
+
+}  // namespace
+
+bool add_live_printer(VORN_PRINTER handle) {
+  return live_printers().add(handle);
+}
+
+bool take_live_printer(VORN_PRINTER handle) {
+  return live_printers().take(handle);
+}
+
+bool is_live_printer(VORN_PRINTER handle) {
+  return live_printers().contains(handle) && handle->tag == kPrinterTag;
+}
+
 int32_t check_session(VORN_PRINTER handle) {
-  if (handle == nullptr || handle->tag != kPrinterTag) return VORN_ERR_INVALID_HANDLE;
+  if (!is_live_printer(handle)) return VORN_ERR_INVALID_HANDLE;
   if (!handle->port_open) return VORN_ERR_IO_NOT_OPEN;
   return VORN_OK;
 }
@@ -104,25 +129,57 @@ int32_t raw_read(VORN_PRINTER handle, uint8_t* buffer, uint32_t length) {
   return handle->port->read(handle->port, buffer, 0, length, &count);
 }
 
-int32_t to_narrow_text(const VORN_WCHAR* text, char* out, uint32_t size, uint32_t* written) {
+namespace {
+
+// Counts the text's units and asks how many bytes the narrow code page needs
+// for them. An empty or null text, or one that converts to nothing, is an
+// invalid parameter.
+int32_t measure_narrow(const VORN_WCHAR* text, size_t* units, size_t* needed) {
   const platform::TextOps& ops = platform::text();
+  *units = 0;
+  if (text != nullptr) {
+    while (text[*units] != 0) ++*units;
+  }
+  if (*units == 0) return ops.invalid_parameter;
+  const int32_t error =
+      ops.to_narrow(reinterpret_cast<const char16_t*>(text), *units, nullptr, 0, needed);
+  if (error != 0) return error;
+  return *needed == 0 ? ops.invalid_parameter : 0;
+}
+
+}  // namespace
+
+int32_t to_narrow_text(const VORN_WCHAR* text, char* out, uint32_t size, uint32_t* written) {
   std::memset(out, 0, size);
   *written = 0;
   size_t units = 0;
-  if (text != nullptr) {
-    while (text[units] != 0) ++units;
-  }
-  if (units == 0) return ops.invalid_parameter;
-  const auto* wide = reinterpret_cast<const char16_t*>(text);
   size_t needed = 0;
-  int32_t error = ops.to_narrow(wide, units, nullptr, 0, &needed);
+  int32_t error = measure_narrow(text, &units, &needed);
   if (error != 0) return error;
-  if (needed == 0) return ops.invalid_parameter;
   if (needed > size - 1) return VORN_ERR_BUFFER_TOO_SMALL;
   size_t done = 0;
-  error = ops.to_narrow(wide, units, out, size - 1, &done);
+  error = platform::text().to_narrow(reinterpret_cast<const char16_t*>(text), units, out, size - 1,
+                                     &done);
   if (error != 0) return error;
   *written = static_cast<uint32_t>(done);
+  return VORN_OK;
+}
+
+int32_t to_narrow_owned(const VORN_WCHAR* text, NarrowText* out) {
+  size_t units = 0;
+  size_t needed = 0;
+  int32_t error = measure_narrow(text, &units, &needed);
+  if (error != 0) return error;
+  // One byte more than the text takes, so that the zero fill terminates it.
+  if (needed >= UINT32_MAX) return VORN_ERR_NO_MEMORY;
+  std::unique_ptr<uint8_t[]> bytes(new (std::nothrow) uint8_t[needed + 1]());
+  if (!bytes) return VORN_ERR_NO_MEMORY;
+  size_t done = 0;
+  error = platform::text().to_narrow(reinterpret_cast<const char16_t*>(text), units,
+                                     reinterpret_cast<char*>(bytes.get()), needed, &done);
+  if (error != 0) return error;
+  out->length = static_cast<uint32_t>(std::find(bytes.get(), bytes.get() + done, 0) - bytes.get());
+  out->bytes = std::move(bytes);
   return VORN_OK;
 }
 

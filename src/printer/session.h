@@ -6,6 +6,8 @@
 #include <vorn/vorn.h>
 
 #include <cstdint>
+#include <memory>
+#include <span>
 
 #include "printer/catalogue.h"
 
@@ -50,7 +52,13 @@ struct vorn_printer_object {
 
 namespace vorn::printer {
 
-// -6 for a null or destroyed handle, -309 when its port is not open, else 0.
+// The set of live printer handles: a handle is followed only when it is in
+// it, so a null, destroyed or foreign pointer is refused unread.
+bool add_live_printer(VORN_PRINTER handle);   // false when memory runs out
+bool take_live_printer(VORN_PRINTER handle);  // false when it was not live
+bool is_live_printer(VORN_PRINTER handle);
+
+// -6 for a handle that is not live, -309 when its port is not open, else 0.
 int32_t check_session(VORN_PRINTER handle);
 
 // Writes the whole command buffer; empties it when the write succeeded.
@@ -83,5 +91,19 @@ int32_t raw_read(VORN_PRINTER handle, uint8_t* buffer, uint32_t length);
 // system's invalid-parameter number; other conversion failures give the
 // system's number.
 int32_t to_narrow_text(const VORN_WCHAR* text, char* out, uint32_t size, uint32_t* written);
+
+// Text converted to the system's narrow code page, in a zero-filled buffer
+// that terminates it.
+struct NarrowText {
+  std::unique_ptr<uint8_t[]> bytes;
+  uint32_t length = 0;  // up to the first zero byte
+  std::span<const uint8_t> view() const { return {bytes.get(), length}; }
+};
+
+// Converts a zero-terminated UTF-16 text into a buffer as large as the code
+// page needs (UTF-8 takes up to three bytes a unit, more than the 2n + 2 a
+// Windows code page can need), so text is never refused for its encoding.
+// The same failures as to_narrow_text, and -9 when memory runs out.
+int32_t to_narrow_owned(const VORN_WCHAR* text, NarrowText* out);
 
 }  // namespace vorn::printer

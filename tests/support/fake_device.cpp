@@ -46,11 +46,13 @@ platform::Attempt write(platform::DeviceHandle, const uint8_t* data, uint32_t le
   return attempt;
 }
 
-platform::Attempt read(platform::DeviceHandle, uint8_t* buffer, uint32_t length, uint32_t) {
+platform::Attempt read(platform::DeviceHandle, uint8_t* buffer, uint32_t length, uint32_t wait_ms) {
   current->read_requests.push_back(length);
+  current->read_waits.push_back(wait_ms);
   platform::Attempt attempt;
   if (current->read_script.empty()) {
-    spend(current->idle_read_ms);
+    spend(current->idle_read_waits ? std::max(wait_ms, current->idle_read_ms)
+                                   : current->idle_read_ms);
     return attempt;
   }
   ReadStep& step = current->read_script.front();

@@ -39,6 +39,9 @@ class FakeDevice {
   std::deque<WriteStep> write_script;  // consumed per attempt; empty: take all at once
   std::deque<ReadStep> read_script;    // consumed per attempt; empty: nothing arrives
   uint32_t idle_read_ms = 1;           // time of a read attempt with nothing scripted
+  // An idle read waits out its whole limit, as a device that can signal data
+  // does; otherwise it returns at once, as a regular file does.
+  bool idle_read_waits = false;
 
   // Record.
   std::vector<std::string> opened_paths;
@@ -47,6 +50,7 @@ class FakeDevice {
   std::vector<uint32_t> write_requests;  // bytes offered to each write attempt
   std::vector<uint32_t> write_waits;     // wait limit given to each write attempt
   std::vector<uint32_t> read_requests;   // bytes asked by each read attempt
+  std::vector<uint32_t> read_waits;      // wait limit given to each read attempt
 
   static FakeDevice* active();
 

@@ -21,6 +21,23 @@ TEST(CliOptions, ParseNumber) {
   }
 }
 
+TEST(CliOptions, UsbCommaFormWithAPortPathSelectsByLocation) {
+  const struct {
+    const char* port;
+    const char* description;
+  } rows[] = {
+      {"USB,1-1.4", "vorn:/dev/bus/USB/DEVICE?location=1-1.4"},
+      {"usb , usb1-2 ", "usb , usb1-2 "},
+      {" usb , 1-2.3b ", "vorn:/dev/bus/USB/DEVICE?location=1-2.3B"},
+      {"USB,Port_#0002.Hub_#0001", "USB,Port_#0002.Hub_#0001"},
+      {"USB,USB001", "USB,USB001"},
+      {"USB,1-1,x", "USB,1-1,x"},
+      {"NET,1.2.3.4", "NET,1.2.3.4"},
+      {"USB", "USB"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(port_description(row.port), row.description) << row.port;
+}
+
 TEST(CliOptions, ParseHex) {
   std::vector<uint8_t> bytes;
   ASSERT_TRUE(parse_hex("1b 40,0A:ff", &bytes));

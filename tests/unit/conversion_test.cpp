@@ -16,7 +16,6 @@
 #include "image/loaded_image.h"
 #include "platform/image_decoder.h"
 #include "support/fake_session.h"
-#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -45,7 +44,7 @@ class FakeDecoder {
     previous_ = platform::install_image_decoder(&ops_);
   }
   ~FakeDecoder() { platform::install_image_decoder(previous_), active_ = nullptr; }
-  void add(const WideString& path, Picture picture) { pictures_[path] = std::move(picture); }
+  void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
 
   int starts = 0, stops = 0, live = 0, loads = 0;
   int32_t start_error = 0;
@@ -59,7 +58,7 @@ class FakeDecoder {
   static void stop() { ++active_->stops; }
   // The picture at `path`, or the load's failure number.
   static int32_t find(const char16_t* path, Picture** out) {
-    auto found = active_->pictures_.find(as_api_text(path));
+    auto found = active_->pictures_.find(path);
     if (found == active_->pictures_.end()) return ENOENT;
     *out = &found->second;
     return found->second.fails ? found->second.load_error : 0;
@@ -107,7 +106,7 @@ class FakeDecoder {
   platform::ImageDecoderOps ops_{start, stop,  load,     nullptr, width,     height,
                                  depth, table, bit_rows, pixel,   pixel_row, release};
   const platform::ImageDecoderOps* previous_ = nullptr;
-  std::map<WideString, Picture> pictures_;
+  std::map<std::u16string, Picture> pictures_;
 };
 
 constexpr Rgb kWhite{255, 255, 255};
@@ -124,7 +123,15 @@ Picture one_bit(int32_t width, int32_t height, std::vector<uint8_t> bits,
   return {width, height, 1, {}, std::move(bits), std::move(table), bottom_up};
 }
 
-const WideString kPath = VW("picture.png");
+// Pixels of equal channels; 0, 50, 64, 72 and 128 keep their value as gray,
+// 255 becomes 254.
+Picture gray_rows(int32_t width, const std::vector<uint8_t>& levels) {
+  std::vector<Rgb> pixels;
+  for (uint8_t level : levels) pixels.push_back({level, level, level});
+  return colour(width, static_cast<int32_t>(levels.size()) / width, std::move(pixels));
+}
+
+const std::u16string kPath = u"picture.png";
 
 // Converts `picture` to the raster (or column) layout; the image must be
 // released afterwards.
@@ -169,6 +176,11 @@ TEST(Conversion, GivesTheExpectedDots) {
       // Any depth but 1 is diffused, alpha-carrying ones included: 128 is a
       // dot passing +128, of which the 56 to the right keep gray 100 blank.
       {"depth_32_diffused", colour(2, 1, {{128, 128, 128}, {100, 100, 100}}, 32), "80"},
+      // Three errors of +128 lift the white middle pixel below to 254 + 72
+      // and its left neighbour's +56 takes it to 382, the highest value a
+      // pixel can reach: error 127 passes 55 right, so 50 + 8 + 40 + 55 = 153
+      // stays blank.
+      {"highest_value_passes_55_right", gray_rows(3, {128, 72, 72, 64, 255, 50}), "E0 80"},
       // Average threshold, in columns: below 128 is a dot, by integer division.
       {"integer_average_128_is_blank", colour(1, 1, {{127, 128, 129}}), "00", true},
       {"integer_average_127_is_a_dot", colour(1, 1, {{126, 128, 129}}), "80", true},
@@ -264,20 +276,20 @@ TEST(ConversionFastPath, MatchesThePlainRuleOnRandomPictures) {
 TEST(ImageConversion, LoadFailuresAndChangedSizes) {
   FakeDecoder decoder;
   decoder.add(kPath, colour(9, 2, {kBlack}));
-  decoder.add(VW("silent.png"), {.fails = true});
-  decoder.add(VW("broken.png"), {.fails = true, .load_error = 84});
+  decoder.add(u"silent.png", {.fails = true});
+  decoder.add(u"broken.png", {.fails = true, .load_error = 84});
   std::vector<uint8_t> out(4, 0);
   // A missing file gives the decoder's number; an image whose size changed
   // since the probe is refused; the output stays blank either way.
-  EXPECT_EQ(image::convert_to_raster(VW("absent.png"), 8, 4, out.data()), ENOENT);
+  EXPECT_EQ(image::convert_to_raster(u"absent.png", 8, 4, out.data()), ENOENT);
   EXPECT_EQ(image::convert_to_raster(kPath.c_str(), 8, 2, out.data()), VORN_ERR_IMAGE_SIZE);
   EXPECT_EQ(out, std::vector<uint8_t>(4, 0));
   // A failure without a number reads as an image of no size.
-  EXPECT_EQ(image::convert_to_raster(VW("silent.png"), 1, 1, out.data()), VORN_ERR_IMAGE_SIZE);
+  EXPECT_EQ(image::convert_to_raster(u"silent.png", 1, 1, out.data()), VORN_ERR_IMAGE_SIZE);
   int32_t width = 5, height = 5;
-  EXPECT_EQ(image::probe_size(VW("silent.png"), &width, &height), 0);
+  EXPECT_EQ(image::probe_size(u"silent.png", &width, &height), 0);
   EXPECT_EQ(std::pair(width, height), std::pair(0, 0));
-  EXPECT_EQ(image::probe_size(VW("broken.png"), &width, &height), 84);
+  EXPECT_EQ(image::probe_size(u"broken.png", &width, &height), 84);
   EXPECT_EQ(decoder.live, 0);
 }
 
@@ -298,7 +310,7 @@ TEST(ImageDecoderLifeCycle, StartedWhenIdleAndStoppedWithTheLastImage) {
   EXPECT_EQ(decoder.starts - decoder.stops, 0) << "the probe stops what it started";
   // A failed load stops the decoder it started; a failed start fails the
   // load and leaves nothing to stop.
-  EXPECT_EQ(image::probe_size(VW("absent.png"), &width, &height), ENOENT);
+  EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
   EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(3, 3));
   decoder.start_error = 1450;
   EXPECT_EQ(image::probe_size(kPath.c_str(), &width, &height), 1450);
@@ -314,7 +326,7 @@ TEST(ImageDecoderLifeCycle, SizeReaderServesTheProbeWithoutALoad) {
   ASSERT_EQ(image::probe_size(kPath.c_str(), &width, &height), 0);
   EXPECT_EQ(std::pair(width, height), std::pair(3, 2));
   EXPECT_EQ(decoder.loads, 0);
-  EXPECT_EQ(image::probe_size(VW("absent.png"), &width, &height), ENOENT);
+  EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
   EXPECT_EQ(std::pair(width, height), std::pair(0, 0)) << "a failure reports no size";
   EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(2, 2));
   decoder.start_error = 1450;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,9 +27,10 @@ std::string zeros(size_t count) {
   return text;
 }
 
-void expect_annotation(const std::string& input, const Entries& expected) {
+void expect_annotation(const std::string& input, const Entries& expected,
+                       uint32_t model_id = kAnyModel) {
   const std::vector<uint8_t> bytes = hex(input);
-  const std::vector<AnnotatedCommand> got = annotate_escpos(bytes);
+  const std::vector<AnnotatedCommand> got = annotate_escpos(bytes, model_id);
   ASSERT_EQ(got.size(), expected.size()) << input << "\n" << format_annotation(bytes, got);
   size_t offset = 0;
   for (size_t i = 0; i < got.size(); ++i) {
@@ -54,6 +56,7 @@ const std::vector<std::pair<std::string, Entries>> kComplete = {
     {"10 14 08 01 03 14 01 06 02 08 10 04 04",
      {{10, "DLE DC4 8 clear buffers"}, {3, "DLE EOT 4 paper sensor query"}}},
     {"1B 57 00 00 00 00 80 01 C8 00", {{10, "ESC W print area x 0 y 0 width 384 height 200"}}},
+    {"1B 20 03", {{3, "ESC SP 3 right-side character spacing 3"}}},
     {"1D 76 30 03 01 00 01 00 80", {{9, "GS v 0 raster image 8x1, double width and height"}}},
     // Compressed rows are decoded to find their end: literal, repeat, mixed.
     {"1D 76 30 20 04 00 02 00 03 41 42 43 43 FE 41 00 42 1B 40",
@@ -72,6 +75,57 @@ const std::vector<std::pair<std::string, Entries>> kComplete = {
 
 TEST(EscposAnnotate, CompleteCommands) {
   for (const auto& [input, expected] : kComplete) expect_annotation(input, expected);
+}
+
+// A model's own form of a command replaces the standard one for that model
+// only; the other commands read as usual.
+TEST(EscposAnnotate, ModelForms) {
+  const struct {
+    uint32_t model_id;
+    const char* input;
+    Entries expected;
+  } rows[] = {
+      {0x1102,
+       "1B 57 00 00 00 00 00 80 01 C8 00 1B 40",
+       {{11, "ESC W print area x 0 y 0 width 384 height 200"}, {2, "ESC @ initialise"}}},
+      {0x1102, "1B 57 00 00 00", {{5, "ESC W print area, truncated after 5 bytes"}}},
+      {0x1103,
+       "1B 57 00 00 00 00 80 01 C8 00",
+       {{10, "ESC W print area x 0 y 0 width 384 height 200"}}},
+  };
+  for (const auto& row : rows) expect_annotation(row.input, row.expected, row.model_id);
+}
+
+// Every command the reader knows, with each parameter byte a control byte:
+// no description may carry one to the terminal.
+TEST(EscposAnnotate, ControlBytesInParametersNeverShowRaw) {
+  constexpr size_t kLongest = 70000;  // longer commands stay cut short
+  for (uint32_t model_id : {kAnyModel, 0x1102u}) {
+    for (auto shapes : {command_shapes(), model_shapes(model_id)}) {
+      for (const CommandShape& shape : shapes) {
+        bool described = false;
+        for (uint8_t control : {0x00, 0x0A, 0x1B, 0x7F}) {
+          std::vector<uint8_t> command(shape.prefix.begin(), shape.prefix.end());
+          for (;;) {  // parameters until the command is whole
+            const uint64_t needed = std::max<uint64_t>(
+                shape.length != nullptr ? shape.length(command) : shape.fixed_length,
+                shape.prefix.size());
+            if (needed <= command.size() || needed > kLongest) break;
+            command.resize(needed, control);
+          }
+          const std::vector<AnnotatedCommand> got = annotate_escpos(command, model_id);
+          described |= got.size() == 1 && got[0].length == command.size();
+          const std::string text = format_annotation(command, got);
+          for (char c : text) {
+            ASSERT_TRUE(c == '\n' || (static_cast<uint8_t>(c) >= 0x20 && c != 0x7F))
+                << shape.name << " with " << int{control} << ":\n"
+                << text;
+          }
+        }
+        EXPECT_TRUE(described) << shape.name;
+      }
+    }
+  }
 }
 
 TEST(EscposAnnotate, TruncatedCommands) {

@@ -90,14 +90,48 @@ TEST_F(HandlePortTest, KilledPortWritesNothingAndSucceeds) {
   EXPECT_TRUE(device.write_requests.empty());
 }
 
-TEST_F(HandlePortTest, SilentParallelDeviceReadTimesOutAfterItsBudgetSleepingAtMostFiveTimes) {
-  uint8_t buffer[4] = {};
-  EXPECT_EQ(vorn_io_read(port, buffer, 0, 4, &transferred), VORN_ERR_IO_READ_TIMEOUT);
-  EXPECT_EQ(transferred, 0u);
-  EXPECT_EQ(clock.sleeps(), (U32s{100, 100, 100, 100, 100}));
-  // Budget 5 x 4 + 2000 = 2020 ms; each empty poll costs 1 ms.
-  EXPECT_GE(elapsed(), 2020u);
-  EXPECT_LE(elapsed(), 2030u);
+// Five naps, then attempts at most every 10 ms until the budget (5 x length +
+// 2000 ms) runs out: waiting inside the attempt on a device that can signal
+// data, sleeping after it on one that answers at once.
+TEST_F(HandlePortTest, SilentParallelDeviceTimesOutAfterItsBudgetWithoutSpinning) {
+  const struct {
+    uint32_t length;
+    bool device_waits;
+  } rows[] = {{4, false}, {4096, false}, {4096, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.length << (row.device_waits ? " waits" : " at once"));
+    device.idle_read_waits = row.device_waits;
+    device.read_requests.clear();
+    const uint32_t start = clock.now(), first_sleep = clock.sleeps().size();
+    const uint32_t budget = 5 * row.length + 2000;
+    std::vector<uint8_t> buffer(row.length);
+    EXPECT_EQ(vorn_io_read(port, buffer.data(), 0, row.length, &transferred),
+              VORN_ERR_IO_READ_TIMEOUT);
+    EXPECT_EQ(transferred, 0u);
+    const U32s sleeps(clock.sleeps().begin() + first_sleep, clock.sleeps().end());
+    ASSERT_GE(sleeps.size(), 5u);
+    EXPECT_EQ(U32s(sleeps.begin(), sleeps.begin() + 5), (U32s{100, 100, 100, 100, 100}));
+    if (row.device_waits) {
+      EXPECT_EQ(sleeps.size(), 5u);
+    }
+    EXPECT_GE(clock.now() - start, budget);
+    EXPECT_LE(clock.now() - start, budget + 10);
+    EXPECT_LE(device.read_requests.size(), budget / 10 + 10);
+  }
+}
+
+// Even with bytes waiting, a read of nothing stores nothing.
+TEST_F(HandlePortTest, ZeroLengthReadsStoreNothing) {
+  for (bool quick : {false, true}) {
+    device.read_script = {{.bytes = {0x41, 0x42}}};
+    std::vector<uint8_t> buffer(4, 0x5A);
+    transferred = 99;
+    EXPECT_EQ(quick ? vorn_io_readexist(port, buffer.data(), 2, 2, &transferred)
+                    : vorn_io_read(port, buffer.data(), 2, 0, &transferred),
+              VORN_OK);
+    EXPECT_EQ(transferred, 0u);
+    EXPECT_EQ(buffer, std::vector<uint8_t>(4, 0x5A)) << quick;
+  }
 }
 
 TEST_F(HandlePortTest, ParallelReadPollsSingleBytesSkippingNoDataErrors) {

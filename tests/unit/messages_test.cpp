@@ -154,6 +154,25 @@ TEST_F(FormatErrorTest, WideRegionHoldsHalfTheBytesAndTakesNoTerminatorWhenFull)
   }
 }
 
+// A null area, or a position beyond the size, is refused with nothing written.
+TEST_F(FormatErrorTest, RegionOutsideTheBufferIsRefused) {
+  const struct {
+    bool null;
+    uint32_t position, size;
+  } rows[] = {{true, 0, 64}, {false, 9, 8}, {false, 0xFFFFFFFF, 0}};
+  for (const auto& row : rows) {
+    for (int32_t code : {-1, 2}) {
+      SCOPED_TRACE(testing::Message() << row.position << " " << row.size << " code " << code);
+      std::vector<char16_t> buffer(8, u'\x5A5A');
+      char* narrow = row.null ? nullptr : reinterpret_cast<char*>(buffer.data());
+      VORN_WCHAR* wide = row.null ? nullptr : buffer.data();
+      EXPECT_EQ(vorn_io_format_error(code, narrow, row.position, row.size), -1);
+      EXPECT_EQ(FormatError(code, 9, wide, row.position, row.size), -1);
+      EXPECT_THAT(buffer, Each(u'\x5A5A'));
+    }
+  }
+}
+
 TEST_F(FormatErrorTest, WideConversionFailureIsTheConvertersNumber) {
   fake.to_wide_error = 42;
   std::vector<VORN_WCHAR> buffer(64, VW('\x5A5A'));

@@ -98,6 +98,7 @@ struct FakeSockets {
   }
   static SocketTransfer send(SocketHandle socket, const uint8_t* data, uint32_t length) {
     s().send_sizes.push_back(length);
+    if (s().sent_on.count(socket) == 0) return {ENOTCONN, 0};
     Step step;
     if (!s().sends.empty()) step = s().sends.front(), s().sends.pop_front();
     const uint32_t taken = step.error != 0 ? 0 : std::min(step.accept, length);
@@ -279,6 +280,7 @@ TEST_F(NetworkPortTest, OneReconnectPerWriteCarriesTheUnsentRest) {
     SCOPED_TRACE(row.sent);
     open();
     const SocketHandle first = sockets.opened.back();
+    const size_t connects_before = sockets.connect_limits.size();
     sockets.sends = row.sends;
     sockets.connects = {row.connect};
     EXPECT_EQ(write(counting(10000)), row.result);
@@ -287,7 +289,9 @@ TEST_F(NetworkPortTest, OneReconnectPerWriteCarriesTheUnsentRest) {
     const Bytes& later = sockets.sent_on[first + 1];
     EXPECT_EQ(sockets.sent_on[first].size() + later.size(), row.sent);
     EXPECT_EQ(later, counting(later.size(), sockets.sent_on[first].size()));
-    EXPECT_EQ(sockets.opened.back() - first, row.result == EIO ? 0 : 1);
+    const size_t reconnects = row.result == EIO ? 0 : 1;
+    EXPECT_EQ(sockets.opened.back() - first, reconnects);
+    EXPECT_EQ(sockets.connect_limits.size() - connects_before, reconnects) << "one connect each";
     vorn_io_close(port);
   }
 }

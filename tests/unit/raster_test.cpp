@@ -115,6 +115,7 @@ const char *const kM58 = "VR-M58A", *const kL80 = "VR-L80A";
 struct Outcome {
   int32_t result;
   std::vector<uint8_t> command;  // sent after the waiting bytes
+  size_t conversions;
 };
 
 // Runs `call` on a new session of `model` that has 1B 40 waiting, with
@@ -130,6 +131,7 @@ Outcome run_command(const char* model, const Picture& picture, const Call& call,
   }
   leave_pending(session, hex("1B 40"));
   Outcome run{call(session.handle()), session.take_written()};
+  run.conversions = images.conversions.size();
   if (run.result != VORN_OK) {
     EXPECT_TRUE(run.command.empty()) << "a failed command sends nothing";
     EXPECT_EQ(session.pending(), hex("1B 40")) << "a failed command leaves the buffer as it was";
@@ -142,7 +144,8 @@ Outcome run_command(const char* model, const Picture& picture, const Call& call,
 }
 
 // The picture's size against the model and the encoder, the command form
-// and where the dots go. Its first data byte is C3, the rest 0.
+// and where the dots go. Its first data byte is C3, the rest 0. A picture
+// the command refuses is never decoded.
 TEST(ImageCommands, SizesFormsAndLayouts) {
   const struct {
     const char* model;
@@ -170,6 +173,7 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
       {kW210, 1025, 1, print_image(0), VORN_ERR_PARAMETER},
       {kT82, 8, 2303, print_image(0), 0, "1D 76 30 00 01 00 FF 08 C3", 8 + 2303},
       {kT82, 8, 2304, print_image(0), VORN_ERR_PARAMETER},
+      {kT82, 576, 233016, nv, VORN_ERR_PARAMETER},
       {kT82, 8, 65536, print_image(0), VORN_ERR_IMAGE_SIZE},
       {kK80, 8, 901, print_image(0), VORN_ERR_IMAGE_SIZE},
       {kL80, 8, 1, nv, VORN_ERR_COMMAND_NOT_SUPPORTED},
@@ -179,9 +183,8 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
       {kM58, 16, 2303, print_image(0), 0, "1D 76 30 20 02 00 FF 08  01 C3 00  FF 00",
        8 + 3 + 2 * 2302},
       {kM58, 16, 2304, print_image(0), VORN_ERR_PARAMETER},
-      // Room is made for the uncoded B x h + 32 bytes; rows of one byte
-      // code into two.
-      {kM58, 8, 1000, print_image(0), VORN_ERR_BUFFER_TOO_SMALL},
+      // Rows of one byte code into two: room is made for the coded rows.
+      {kM58, 8, 1000, print_image(0), 0, "1D 76 30 20 01 00 E8 03  00 C3  00 00", 8 + 2000},
       // Graphics: the short form while p = k + 11 (k + 10) fits 16 bits.
       {kT82, 8, 1, with(DefineNVImage, kPath, 0x120, 0x17E), 0,
        "1D 28 4C 0C 00 30 43 30 20 7E 01 08 00 01 00 31 C3", 17},
@@ -204,6 +207,7 @@ TEST(ImageCommands, SizesFormsAndLayouts) {
     const auto& c = cases[i];
     const Outcome run = run_command(c.model, {c.width, c.height, {0xC3}}, c.call, c.without_record);
     EXPECT_EQ(run.result, c.result) << "row " << i;
+    EXPECT_EQ(run.conversions, c.result == VORN_OK ? 1u : 0u) << "row " << i;
     if (c.result != VORN_OK) continue;
     EXPECT_EQ(head_of(run.command, hex(c.start).size()), hex(c.start)) << "row " << i;
     EXPECT_EQ(run.command.size(), c.size) << "row " << i;
@@ -234,6 +238,7 @@ TEST(ImageCommands, FailuresPassThroughAndLeaveTheBufferAlone) {
     const FixedBuffer fixed(session);
     EXPECT_EQ(call(session.handle()), VORN_ERR_BUFFER_TOO_SMALL);
     EXPECT_TRUE(session.pending().empty());
+    EXPECT_TRUE(images.conversions.empty()) << "decoded only to find no room";
   }
 }
 

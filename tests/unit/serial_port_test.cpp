@@ -13,7 +13,6 @@
 #include "platform/serial_line.h"
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
-#include "support/platform_expect.h"
 
 namespace vorn::test {
 namespace {
@@ -91,23 +90,30 @@ TEST(SerialRules, BaudRatesWriteConstantsAndDeviceNames) {
   // Whole seconds, rounded up, and never below 2000.
   const uint32_t constants[][2] = {{1200, 16200}, {4800, 3600}, {9600, 2000}};
   for (const auto& row : constants) EXPECT_EQ(io::automatic_write_constant(4096, row[0]), row[1]);
-  // Name, Linux device, Windows device.
-  const char* names[][3] = {{"COM10", "/dev/ttyS9", "\\\\.\\COM10"},
-                            {"/dev/pts/4", "/dev/pts/4", "\\\\.\\/dev/pts/4"},
-                            {"ttyUSB0", "/dev/ttyUSB0", "\\\\.\\ttyUSB0"},
-                            {"COM0", "/dev/COM0", "\\\\.\\COM0"},
-                            {"COM01", "/dev/COM01", "\\\\.\\COM01"},
-                            {"com1", "/dev/com1", "\\\\.\\com1"}};
+  // Names that exist nowhere here; the parallel driver shares the rule.
+  const auto serial = platform::serial_device_path;
+  const auto parallel = platform::parallel_device_path;
+  const struct {
+    void (*map)(const char*, char*, size_t);
+    const char *name, *path;
+  } names[] = {
+      {serial, "COM10", "/dev/ttyS9"},       {serial, "/dev/pts/4", "/dev/pts/4"},
+      {serial, "ttyUSB0", "/dev/ttyUSB0"},   {serial, "COM0", "/dev/COM0"},
+      {serial, "COM01", "/dev/COM01"},       {serial, "com1", "/dev/ttyS0"},
+      {serial, "LPT1", "/dev/LPT1"},         {parallel, "lpt1", "/dev/lp0"},
+      {parallel, "Lpt12", "/dev/lp11"},      {parallel, "COM1", "/dev/COM1"},
+      {parallel, "usb/lp0", "/dev/usb/lp0"},
+  };
   for (const auto& row : names) {
     char path[64];
-    platform::serial_device_path(row[0], path, sizeof path);
-    EXPECT_STREQ(path, on_platform(row[1], row[2])) << row[0];
+    row.map(row.name, path, sizeof path);
+    EXPECT_STREQ(path, row.path) << row.name;
   }
 }
 
 TEST_F(SerialPort, BspOpenSetsUpTheLineInOrderWithTheAutomaticWriteConstant) {
   open("vorn:/dev/bus/BSP/COM7?baudrate=1200");
-  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS6", "\\\\.\\COM7")});
+  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS6"});
   EXPECT_EQ(line_.calls,
             (Calls{"configure 1200", "get", "set 10,5,2000,10,16200", "queue 4096/4096", "purge"}));
   // The constant computed at open stays after close; timeouts set by the
@@ -130,7 +136,7 @@ TEST_F(SerialPort, SetUriTakesOnlyUriTextAndKeepsTheOldUriOnFailure) {
   ASSERT_EQ(vorn_io_get_uri(port_, text, sizeof text, &length), VORN_OK);
   EXPECT_STREQ(text, "vorn:/dev/bus/COM/COM1?baudrate=9600");
   ASSERT_EQ(vorn_io_open(port_), VORN_OK);
-  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS0", "\\\\.\\COM1")});
+  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS0"});
 }
 
 TEST(SerialPortSetup, EachFailingLineStepEndsOpenWithItsCodeAndLeavesTheDeviceOpen) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "io/comma_form.h"
 
@@ -52,9 +53,15 @@ const ParseRow kParseRows[] = {
     {"vorn:/dev/bus/X/N?k=a=b?c+b+c=2", "X|N|k=a=b?c|b+c=2"},
 };
 
-const char* const kNotInGrammar[] = {"VORN:/dev/bus/COM/COM1", "", "vorn:/dev/bus/COM",
+// The last three would format to texts that do not parse.
+const char* const kNotInGrammar[] = {"VORN:/dev/bus/COM/COM1",
+                                     "",
+                                     "vorn:/dev/bus/COM",
                                      "vorn:/dev/bus/COM/COM1?",
-                                     "vorn:/dev/bus/COM/COM1?baudrate=9600+"};
+                                     "vorn:/dev/bus/COM/COM1?baudrate=9600+",
+                                     "vorn:/dev/bus/LPT/LPT1?a=+b",
+                                     "vorn:/dev/bus/LPT/LPT1?a=1+b=+c=2",
+                                     "vorn:/dev/bus/NET/?x"};
 
 TEST(UriParse, EachRowGivesItsFieldsAndFormatsBack) {
   for (const ParseRow& row : kParseRows) {
@@ -67,6 +74,33 @@ TEST(UriParse, EachRowGivesItsFieldsAndFormatsBack) {
   vorn_uri record;
   for (const char* text : kNotInGrammar)
     EXPECT_EQ(vorn_io_uri_from_str(&record, text), kBad) << text;
+}
+
+// Every text that parses formats back to a text that parses to the same
+// record: all short tails made of the separators and one letter.
+TEST(UriParse, EveryParsedTextFormatsBackToTheSameRecord) {
+  const std::string alphabet = "/?=+a";
+  std::vector<std::string> tails = {""};
+  for (size_t begin = 0, length = 1; length <= 6; ++length) {
+    const size_t end = tails.size();
+    for (size_t i = begin; i < end; ++i) {
+      for (char c : alphabet) tails.push_back(tails[i] + c);
+    }
+    begin = end;
+  }
+  int parsed = 0;
+  for (const char* head : {"vorn:/dev/bus/", "vorn:/dev/bus/T/"}) {
+    for (const std::string& tail : tails) {
+      const std::string text = head + tail;
+      vorn_uri record, again;
+      if (vorn_io_uri_from_str(&record, text.c_str()) != VORN_OK) continue;
+      ++parsed;
+      const std::string back = formatted(record);
+      ASSERT_EQ(vorn_io_uri_from_str(&again, back.c_str()), VORN_OK) << text << " -> " << back;
+      ASSERT_EQ(dump(again), dump(record)) << text;
+    }
+  }
+  EXPECT_GT(parsed, 1000);
 }
 
 TEST(UriParse, EightOptionsAtMost) {

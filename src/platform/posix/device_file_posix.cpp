@@ -38,6 +38,8 @@ int wait_ready(int fd, short events, uint32_t wait_ms, bool* ready) {
 
 Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait_ms, bool writing) {
   Attempt attempt;
+  // Nothing to move: no reason to wait for the device.
+  if (length == 0) return attempt;
   int fd = static_cast<int>(handle);
   bool ready = false;
   attempt.error = wait_ready(fd, writing ? POLLOUT : POLLIN, wait_ms, &ready);

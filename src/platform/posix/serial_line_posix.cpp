@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -274,32 +272,7 @@ constexpr SerialLineOps kPosixSerialLine = {
     .purge = purge,
 };
 
-// "COM1" and the like: the prefix followed by a number from 1 on.
-bool com_number(const char* name, unsigned long* number) {
-  if (std::strncmp(name, "COM", 3) != 0) return false;
-  const char* digits = name + 3;
-  if (digits[0] < '1' || digits[0] > '9') return false;
-  if (std::strspn(digits, "0123456789") != std::strlen(digits)) return false;
-  *number = std::strtoul(digits, nullptr, 10);
-  return true;
-}
-
 }  // namespace
-
-// A name beginning with "/" is a device path already; COMn is the n-th
-// on-board serial port, /dev/ttyS{n-1}; anything else (ttyUSB0, ttyACM0)
-// names a node under /dev.
-void serial_device_path(const char* name, char* out, size_t size) {
-  if (name == nullptr) name = "";
-  unsigned long number = 0;
-  if (name[0] == '/') {
-    std::snprintf(out, size, "%s", name);
-  } else if (com_number(name, &number)) {
-    std::snprintf(out, size, "/dev/ttyS%lu", number - 1);
-  } else {
-    std::snprintf(out, size, "/dev/%s", name);
-  }
-}
 
 const SerialLineOps& native_serial_line() {
   return kPosixSerialLine;

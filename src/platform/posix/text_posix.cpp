@@ -1,5 +1,5 @@
-// Text services on POSIX systems. The narrow code page is the charset named by
-// the environment's locale variables and is converted with iconv. The process
+// Text services on POSIX systems. The narrow code page is chosen from the
+// environment (narrow_charset_posix.h) and converted with iconv. The process
 // locale is neither consulted nor changed: a library must not depend on what
 // the application did with setlocale, nor disturb it.
 #include <errno.h>
@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "platform/posix/narrow_charset_posix.h"
 #include "platform/text.h"
 
 namespace vorn::platform {
@@ -23,39 +24,14 @@ constexpr uint32_t kLanguageEnglish = 9;
 
 // char16_t units in the host's byte order, as iconv names them.
 constexpr const char* kUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
-// Stands for text without a charset of its own ("C", "POSIX", no dot).
+// Stands for text without a charset of its own ("C", "POSIX").
 constexpr const char* kAscii = "ASCII";
+// What iconv_open returns when it fails.
+const iconv_t kClosed = reinterpret_cast<iconv_t>(-1);
 
 // errno after a failed call, never 0 even if the call forgot to set it.
 int32_t last_error() {
   return errno != 0 ? errno : EINVAL;
-}
-
-// The first of `names` that is set to something; POSIX treats a variable set
-// to the empty string as unset.
-const char* locale_variable(std::initializer_list<const char*> names) {
-  for (const char* name : names) {
-    const char* value = getenv(name);
-    if (value != nullptr && *value != '\0') return value;
-  }
-  return nullptr;
-}
-
-// The charset part of a locale name: "zh_CN.GBK" gives "GBK",
-// "de_DE.ISO-8859-15@euro" gives "ISO-8859-15". Written zero-terminated into
-// `out`; false when the name carries none (or one too long to be real).
-bool locale_charset(char (&out)[64]) {
-  const char* value = locale_variable({"LC_ALL", "LC_CTYPE", "LANG"});
-  if (value == nullptr) return false;
-  std::string_view name(value);
-  const size_t dot = name.find('.');
-  if (dot == std::string_view::npos) return false;
-  std::string_view charset = name.substr(dot + 1);
-  charset = charset.substr(0, charset.find('@'));
-  if (charset.empty() || charset.size() >= sizeof out) return false;
-  std::memcpy(out, charset.data(), charset.size());
-  out[charset.size()] = '\0';
-  return true;
 }
 
 // Owns one iconv conversion descriptor.
@@ -68,23 +44,28 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool is_open() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  bool is_open() const { return handle_ != kClosed; }
   iconv_t handle() const { return handle_; }
 
  private:
   iconv_t handle_;
 };
 
-// A conversion between UTF-16 and the narrow code page. A charset the
-// system's iconv does not know is treated like no charset at all, so that an
-// odd locale name degrades to ASCII instead of failing every conversion.
-iconv_t open_narrow(bool from_utf16) {
-  char charset[64];
-  if (locale_charset(charset)) {
-    iconv_t handle = from_utf16 ? iconv_open(charset, kUtf16) : iconv_open(kUtf16, charset);
-    if (handle != reinterpret_cast<iconv_t>(-1)) return handle;
-  }
-  return from_utf16 ? iconv_open(kAscii, kUtf16) : iconv_open(kUtf16, kAscii);
+// A conversion between UTF-16 and the narrow code page. A charset from the
+// locale that the system's iconv does not know is treated like no charset at
+// all, so that an odd locale name degrades to ASCII instead of failing every
+// conversion; one the application named outright fails with EINVAL.
+int32_t open_narrow(bool from_utf16, iconv_t* out) {
+  const NarrowCharset charset = narrow_charset();
+  auto open = [from_utf16](const char* name) {
+    return from_utf16 ? iconv_open(name, kUtf16) : iconv_open(kUtf16, name);
+  };
+  // An empty name would make iconv pick the process locale's charset.
+  *out = charset.name[0] != '\0' ? open(charset.name) : kClosed;
+  if (*out != kClosed) return 0;
+  if (charset.named_outright) return EINVAL;
+  *out = open(kAscii);
+  return *out != kClosed ? 0 : last_error();
 }
 
 // What a conversion puts in place of input that the target cannot represent
@@ -173,8 +154,10 @@ int32_t to_narrow(const char16_t* text, size_t units, char* out, size_t size, si
   *written = 0;
   // As the Windows conversion does, an empty text is an invalid parameter.
   if (units == 0) return EINVAL;
-  Converter converter(open_narrow(true));
-  if (!converter.is_open()) return last_error();
+  iconv_t handle;
+  const int32_t opened = open_narrow(true, &handle);
+  if (opened != 0) return opened;
+  Converter converter(handle);
   return convert(converter.handle(), reinterpret_cast<const char*>(text), units * sizeof(char16_t),
                  out, size, written, kToNarrow);
 }
@@ -182,8 +165,10 @@ int32_t to_narrow(const char16_t* text, size_t units, char* out, size_t size, si
 int32_t to_wide(const char* text, size_t bytes, char16_t* out, size_t units, size_t* written) {
   *written = 0;
   if (bytes == 0) return EINVAL;
-  Converter converter(open_narrow(false));
-  if (!converter.is_open()) return last_error();
+  iconv_t handle;
+  const int32_t opened = open_narrow(false, &handle);
+  if (opened != 0) return opened;
+  Converter converter(handle);
   size_t produced = 0;
   const int32_t result = convert(converter.handle(), text, bytes, reinterpret_cast<char*>(out),
                                  units * sizeof(char16_t), &produced, kToWide);
@@ -191,21 +176,34 @@ int32_t to_wide(const char* text, size_t bytes, char16_t* out, size_t units, siz
   return result;
 }
 
-// GNU strerror_r returns the text (maybe static); the XSI one fills the buffer.
+// GNU strerror_r returns the text (maybe static); the XSI one fills the buffer
+// and refuses a code it has no text for. Null: no text.
 [[maybe_unused]] const char* strerror_text(const char* text, const char*) {
   return text;
 }
 [[maybe_unused]] const char* strerror_text(int result, const char* buffer) {
-  return result == 0 ? buffer : "Unknown error";
+  return result == 0 ? buffer : nullptr;
+}
+
+// GNU strerror_r makes up "Unknown error N" for a code it does not know;
+// glibc's table of error names tells such codes apart.
+bool has_text(int32_t code) {
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 32))
+  return strerrorname_np(code) != nullptr;
+#else
+  return code > 0;
+#endif
 }
 
 // The system's error texts come in one language only, so `language` changes
 // nothing. Like the Windows message call, a region too small for the whole
 // text and its terminator gets nothing and the system's "result too large"
-// number, ERANGE.
+// number, ERANGE; a code the system has no text for gets nothing and EINVAL.
 int32_t system_message(int32_t code, uint32_t /*language*/, char* out, size_t size) {
   char buffer[256];
+  if (!has_text(code)) return EINVAL;
   const char* message = strerror_text(strerror_r(code, buffer, sizeof buffer), buffer);
+  if (message == nullptr) return EINVAL;
   const size_t length = std::strlen(message);
   if (length + 1 > size) return ERANGE;
   std::memcpy(out, message, length + 1);
