@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "support/fake_session.h"
-#include "support/scoped_env.h"
+#include "support/platform_expect.h"
+#include "support/utf8_text.h"
 #include "support/wide_text.h"
 
 namespace vorn::test {
@@ -18,11 +19,11 @@ namespace {
 
 using Call = std::function<int32_t(VORN_PRINTER)>;
 
-Call barcode(int32_t type, const char16_t* data, int32_t width, int32_t height, int32_t alignment,
+Call barcode(int32_t type, const VORN_WCHAR* data, int32_t width, int32_t height, int32_t alignment,
              int32_t hri) {
   return [=](VORN_PRINTER h) { return PrintBarCode(h, type, data, width, height, alignment, hri); };
 }
-Call symbol(int32_t type, const char16_t* data, int32_t level, int32_t module, int32_t row_height,
+Call symbol(int32_t type, const VORN_WCHAR* data, int32_t level, int32_t module, int32_t row_height,
             int32_t alignment) {
   return [=](VORN_PRINTER h) {
     return PrintSymbol(h, type, data, level, module, row_height, alignment);
@@ -98,7 +99,7 @@ TEST(BarcodesAndSymbols, RefuseValuesOutOfRangeSendingNothing) {
   for (size_t i = 0; i < std::size(kRefused); ++i) {
     EXPECT_EQ(kRefused[i](session.handle()), VORN_ERR_PARAMETER) << "case " << i;
   }
-  EXPECT_EQ(PrintBarCode(session.handle(), 4, VW(""), 2, 80, 0, 0), EINVAL);
+  EXPECT_EQ(PrintBarCode(session.handle(), 4, VW(""), 2, 80, 0, 0), kInvalidParameter);
   EXPECT_TRUE(session.take_written().empty());
   EXPECT_TRUE(session.pending().empty());
 }
@@ -107,7 +108,7 @@ TEST(BarcodesAndSymbols, RefuseValuesOutOfRangeSendingNothing) {
 // terminating zero, 3 * 10 + (0 - 48), or with the "{" of the next segment,
 // 3 * 10 + (123 - 48). A first segment is packed too, "{" or not.
 TEST(PrintBarCode, PacksCode128CodeSetC) {
-  const std::pair<const char16_t*, const char*> cases[] = {
+  const std::pair<const VORN_WCHAR*, const char*> cases[] = {
       {VW("{C123456"), "05 7B 43 0C 22 38"},
       {VW("{A12{C3456"), "08 7B 41 31 32 7B 43 22 38"},
       {VW("{C123"), "04 7B 43 0C EE"},
@@ -156,7 +157,7 @@ TEST(BarcodesAndSymbols, LengthFieldsMustHoldTheData) {
   // Three bytes per character in UTF-8 exceed the 2n + 2 bytes a Windows
   // code page could need; the data is still taken whole.
   {
-    ScopedEnv utf8("VORN_CODEPAGE", "UTF-8");
+    const Utf8NarrowText utf8;
     EXPECT_EQ(print(103, VW("\u4E2D\u6587\u4E2D\u6587")), VORN_OK);
   }
   EXPECT_TRUE(

@@ -59,7 +59,7 @@ class FakeDecoder {
   static void stop() { ++active_->stops; }
   // The picture at `path`, or the load's failure number.
   static int32_t find(const char16_t* path, Picture** out) {
-    auto found = active_->pictures_.find(path);
+    auto found = active_->pictures_.find(as_api_text(path));
     if (found == active_->pictures_.end()) return ENOENT;
     *out = &found->second;
     return found->second.fails ? found->second.load_error : 0;

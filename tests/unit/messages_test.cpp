@@ -163,7 +163,7 @@ TEST_F(FormatErrorTest, RegionOutsideTheBufferIsRefused) {
   for (const auto& row : rows) {
     for (int32_t code : {-1, 2}) {
       SCOPED_TRACE(testing::Message() << row.position << " " << row.size << " code " << code);
-      std::vector<char16_t> buffer(8, VW('\x5A5A'));
+      std::vector<VORN_WCHAR> buffer(8, VW('\x5A5A'));
       char* narrow = row.null ? nullptr : reinterpret_cast<char*>(buffer.data());
       VORN_WCHAR* wide = row.null ? nullptr : buffer.data();
       EXPECT_EQ(vorn_io_format_error(code, narrow, row.position, row.size), -1);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/platform_expect.h"
 #include "support/wide_text.h"
 
 namespace vorn::test {
@@ -112,7 +113,7 @@ TEST(Session, PortThatFailsToOpenStaysAttachedButClosedUntilReplaced) {
   EXPECT_EQ(printer->port_open, 0);
   device.open_error = 0;
   EXPECT_EQ(PortOpen(printer, VW("LPT2")), VORN_OK);
-  EXPECT_EQ(device.opened_paths.back(), "/dev/lp1");
+  EXPECT_EQ(device.opened_paths.back(), on_platform("/dev/lp1", "LPT2"));
   EXPECT_EQ(PortClose(printer), VORN_OK);
   EXPECT_EQ(PortClose(printer), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(device.closes, 1);

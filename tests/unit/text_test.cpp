@@ -9,14 +9,15 @@
 #include <vector>
 
 #include "support/fake_session.h"
-#include "support/scoped_env.h"
+#include "support/platform_expect.h"
+#include "support/utf8_text.h"
 #include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
 
 struct Case {
-  const char16_t* text;
+  const VORN_WCHAR* text;
   int32_t alignment, attributes, size, result;
   const char* bytes;
 };
@@ -39,8 +40,8 @@ const Case kCases[] = {
     {VW("A"), 3, 0, 0, -1, ""},
     {VW("A"), 0, 0, 0x08, -1, ""},
     {VW("A"), 0, 2, 0x80, -1, ""},
-    {VW(""), 0, 0, 0, EINVAL, ""},
-    {nullptr, 0, 0, 0, EINVAL, ""},
+    {VW(""), 0, 0, 0, kInvalidParameter, ""},
+    {nullptr, 0, 0, 0, kInvalidParameter, ""},
 };
 
 TEST(PrintText, SendsLayoutThenText) {
@@ -59,7 +60,7 @@ TEST(PrintText, PageMode) {
   const struct {
     const char* model;
     uint8_t page_mode;
-    const char16_t* text;
+    const VORN_WCHAR* text;
     const char* bytes;
   } cases[] = {
       {"VR-M80A", 1, VW("AB"), "1B 21 00 1D 42 00 1D 21 00 41 42 0A"},
@@ -118,7 +119,7 @@ TEST(PrintText, RoomForTheConvertedText) {
 
   // Text is never refused for its encoding: UTF-8 takes three bytes for one
   // unit, more than the two a Windows code page can need.
-  ScopedEnv utf8("VORN_CODEPAGE", "UTF-8");
+  const Utf8NarrowText utf8;
   const WideString cjk(300, VW('中'));
   EXPECT_EQ(PrintTextS(session.handle(), cjk.c_str()), VORN_OK);
   EXPECT_EQ(PrintText(session.handle(), VW("中文字"), 0, 0, 0), VORN_OK);
