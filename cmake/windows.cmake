@@ -38,19 +38,15 @@ add_custom_command(TARGET vorn POST_BUILD
 install(FILES ${CMAKE_BINARY_DIR}/lib/vorn.lib ${PROJECT_SOURCE_DIR}/src/vorn.def
   DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-# Until the core has its USB device listing, the DLL still exports the name
-# at its ordinal; see the file for what it answers.
-if(NOT EXISTS ${PROJECT_SOURCE_DIR}/src/io/usb_listing.cpp)
-  target_sources(vorn_objects PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/win32/pending/usb_listing_pending.cpp)
-endif()
-
-# The command-line program marks its printf-like helper with the printf
-# archetype, which mingw checks against the Microsoft runtime's format
-# letters; it prints through mingw's own stdio (%zu included). Its formats
-# are checked by the Linux build.
+# The command-line program and its command reader mark their printf-like
+# helpers with the printf archetype, which mingw checks against the Microsoft
+# runtime's format letters; they print through mingw's own stdio (%zu
+# included). Their formats are checked by the Linux build.
 function(vorn_windows_tools_formats)
-  if(TARGET vorn_cli_lib)
-    target_compile_options(vorn_cli_lib PRIVATE -Wno-format)
-  endif()
+  foreach(target vorn_cli_lib vorn_escpos)
+    if(TARGET ${target})
+      target_compile_options(${target} PRIVATE -Wno-format)
+    endif()
+  endforeach()
 endfunction()
 cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL vorn_windows_tools_formats)
