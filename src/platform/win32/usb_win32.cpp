@@ -103,6 +103,13 @@ Printer* as_printer(DeviceHandle handle) {
   return reinterpret_cast<Printer*>(handle);
 }
 
+bool was_cancelled(Printer* printer) {
+  AcquireSRWLockShared(&printer->lock);
+  const bool cancelled = printer->cancelled;
+  ReleaseSRWLockShared(&printer->lock);
+  return cancelled;
+}
+
 int32_t open(const char* path, DeviceHandle* out) {
   SetLastError(0);
   HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
@@ -162,19 +169,18 @@ Attempt transfer(Printer* printer, void* data, uint32_t length, uint32_t wait_ms
       if (WaitForSingleObject(printer->event, INFINITE) != WAIT_OBJECT_0) {
         attempt.error = last_error_or(ERROR_GEN_FAILURE);
       }
-      // Whatever went through before the cancel still counts.
+      // Whatever went through before the cancel still counts; a kill that
+      // came meanwhile ends the attempt without a timeout.
       attempt.done = static_cast<uint32_t>(record.InternalHigh);
+      if (was_cancelled(printer)) attempt.timed_out = false;
       return attempt;
     }
   }
   DWORD done = 0;
   if (!GetOverlappedResult(printer->file, &record, &done, FALSE)) {
     const DWORD error = GetLastError();
-    AcquireSRWLockShared(&printer->lock);
-    const bool cancelled = printer->cancelled;
-    ReleaseSRWLockShared(&printer->lock);
     // Ended by a cancel from another thread: what moved, and no error.
-    if (!(cancelled && error == ERROR_OPERATION_ABORTED)) {
+    if (error != ERROR_OPERATION_ABORTED || !was_cancelled(printer)) {
       attempt.error = static_cast<int32_t>(error != 0 ? error : ERROR_GEN_FAILURE);
     }
     done = static_cast<DWORD>(record.InternalHigh);
