@@ -27,6 +27,7 @@
 #include "image/loaded_image.h"
 #include "platform/posix/image_store_posix.h"
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -45,7 +46,7 @@ void write_all(const fs::path& path, const std::vector<uint8_t>& bytes) {
              static_cast<std::streamsize>(bytes.size()));
 }
 
-std::u16string wide(const fs::path& path) {
+WideString wide(const fs::path& path) {
   const std::string s = path.string();
   return {s.begin(), s.end()};
 }
@@ -320,10 +321,10 @@ TEST_F(ImageDecoder, FailureNumbers) {
   }
   // No UTF-8 name holds an unpaired surrogate; other names are found as UTF-8.
   int32_t width = 0, height = 0;
-  EXPECT_EQ(image::probe_size((wide(dir_) + u"/\xD800.png").c_str(), &width, &height), ENOENT);
+  EXPECT_EQ(image::probe_size((wide(dir_) + VW("/\xD800.png")).c_str(), &width, &height), ENOENT);
   write_all(file("bild-\xC3\xA4\xE2\x82\xAC.bmp"),
             make_bmp(3, 2, 24, false, {}, {0, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(image::probe_size((wide(dir_) + u"/bild-\u00E4\u20AC.bmp").c_str(), &width, &height),
+  EXPECT_EQ(image::probe_size((wide(dir_) + VW("/bild-\u00E4\u20AC.bmp")).c_str(), &width, &height),
             0);
   EXPECT_EQ(std::pair(width, height), std::pair(3, 2));
 }
@@ -334,7 +335,7 @@ TEST_F(ImageDecoder, CommandsReadTheFileThroughTheDecoder) {
   for (int x = 0; x < 8; x += 2) values[x] = 0;
   write_all(file("p.bmp"), make_bmp(8, 2, 24, false, {}, values));
   FakeSession session("VR-T82B");
-  const std::u16string path = wide(file("p.bmp"));
+  const WideString path = wide(file("p.bmp"));
   ASSERT_EQ(PrintImage(session.handle(), path.c_str(), 0), VORN_OK);
   EXPECT_EQ(session.take_written(), hex("1D 76 30 00 01 00 02 00 AA 00"));
 }

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/wide_text.h"
+
 namespace {
 
 // Runs in a fresh directory of its own, so that names relative to the working
@@ -43,8 +45,8 @@ TEST_F(ParallelFile, PrinterSessionWritesExactlyItsBytesIntoAnExistingFile) {
     std::ofstream(name, std::ios::trunc).flush();
     const std::string uri = "vorn:/dev/bus/LPT/" + name;
     VORN_PRINTER printer = nullptr;
-    ASSERT_EQ(PrinterCreator(&printer, u"unknown"), 0);
-    ASSERT_EQ(PortOpen(printer, std::u16string(uri.begin(), uri.end()).c_str()), 0);
+    ASSERT_EQ(PrinterCreator(&printer, VW("unknown")), 0);
+    ASSERT_EQ(PortOpen(printer, WideString(uri.begin(), uri.end()).c_str()), 0);
     EXPECT_EQ(WriteData(printer, data.data(), static_cast<uint32_t>(data.size())), 0);
     EXPECT_EQ(PortClose(printer), 0);
     EXPECT_EQ(PrinterDestroy(printer), 0);

@@ -10,6 +10,7 @@
 
 #include "printer_commands.h"
 #include "printer_server.h"
+#include "support/wide_text.h"
 
 namespace vorn::cli {
 namespace {
@@ -37,13 +38,13 @@ class RunningPrinter {
     thread_.join();
     engine_->finish();
   }
-  std::u16string port() const { return u"NET,127.0.0.1," + to_u16(std::to_string(server_.port())); }
+  WideString port() const { return VW("NET,127.0.0.1,") + to_u16(std::to_string(server_.port())); }
 
   static constexpr const char* kModel = "VR-T80A";  // four DLE EOT queries
   std::vector<std::pair<std::string, vprinter::Bitmap>> pictures;
 
  private:
-  static std::u16string to_u16(const std::string& s) { return {s.begin(), s.end()}; }
+  static WideString to_u16(const std::string& s) { return {s.begin(), s.end()}; }
   vprinter::Fonts fonts_;
   PrinterServer server_;
   std::unique_ptr<vprinter::Engine> engine_;
@@ -96,7 +97,7 @@ TEST(VirtualPrinterOverNetwork, AnswersFirmwareAndSymbolSizeQueries) {
     // Two version 1 symbols (21 modules) of 4 dots a module, 84 dots square.
     // This model counts vertical units in half dots: the library asks for
     // a print area of 2 x 84 + 8 units, 88 dots.
-    EXPECT_EQ(PrintTwoQRCode(session.handle, u"ABC", 4, 0, 0, u"XYZ", 4, 2, 0), 0);
+    EXPECT_EQ(PrintTwoQRCode(session.handle, VW("ABC"), 4, 0, 0, VW("XYZ"), 4, 2, 0), 0);
   }
   printer.stop();
   ASSERT_EQ(printer.pictures.size(), 1u);

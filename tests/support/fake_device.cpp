@@ -80,14 +80,14 @@ constexpr platform::DeviceFileOps kFakeDeviceOps = {
 
 }  // namespace
 
-FakeDevice::FakeDevice() {
+FakeDevice::FakeDevice() : previous_device_(current) {
   current = this;
-  platform::install_device_file(&kFakeDeviceOps);
+  previous_ops_ = platform::install_device_file(&kFakeDeviceOps);
 }
 
 FakeDevice::~FakeDevice() {
-  platform::install_device_file(nullptr);
-  current = nullptr;
+  platform::install_device_file(previous_ops_);
+  current = previous_device_;
 }
 
 FakeDevice* FakeDevice::active() {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/device_file.h"
+
 namespace vorn::test {
 
 // How the device answers one write attempt.
@@ -51,6 +53,12 @@ class FakeDevice {
   std::vector<uint32_t> read_waits;      // wait limit given to each read attempt
 
   static FakeDevice* active();
+
+ private:
+  // Fakes nest: two sessions alive at once each have one, and the outer
+  // one's port is still closed through a fake after the inner one is gone.
+  FakeDevice* previous_device_;
+  const platform::DeviceFileOps* previous_ops_;
 };
 
 }  // namespace vorn::test

@@ -4,13 +4,15 @@
 
 #include <cctype>
 
+#include "support/wide_text.h"
+
 namespace vorn::test {
 
 FakeSession::FakeSession(const char* model) {
   printer_ = PrinterCreatorS(model);
   EXPECT_NE(printer_, nullptr) << "unknown model " << model;
   if (printer_ == nullptr) return;
-  EXPECT_EQ(PortOpen(printer_, u"LPT1"), VORN_OK);
+  EXPECT_EQ(PortOpen(printer_, VW("LPT1")), VORN_OK);
 }
 
 FakeSession::~FakeSession() {

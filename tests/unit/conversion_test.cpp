@@ -16,6 +16,7 @@
 #include "image/loaded_image.h"
 #include "platform/image_decoder.h"
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -44,7 +45,7 @@ class FakeDecoder {
     previous_ = platform::install_image_decoder(&ops_);
   }
   ~FakeDecoder() { platform::install_image_decoder(previous_), active_ = nullptr; }
-  void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
+  void add(const WideString& path, Picture picture) { pictures_[path] = std::move(picture); }
 
   int starts = 0, stops = 0, live = 0, loads = 0;
   int32_t start_error = 0;
@@ -58,7 +59,7 @@ class FakeDecoder {
   static void stop() { ++active_->stops; }
   // The picture at `path`, or the load's failure number.
   static int32_t find(const char16_t* path, Picture** out) {
-    auto found = active_->pictures_.find(path);
+    auto found = active_->pictures_.find(as_api_text(path));
     if (found == active_->pictures_.end()) return ENOENT;
     *out = &found->second;
     return found->second.fails ? found->second.load_error : 0;
@@ -106,7 +107,7 @@ class FakeDecoder {
   platform::ImageDecoderOps ops_{start, stop,  load,     nullptr, width,     height,
                                  depth, table, bit_rows, pixel,   pixel_row, release};
   const platform::ImageDecoderOps* previous_ = nullptr;
-  std::map<std::u16string, Picture> pictures_;
+  std::map<WideString, Picture> pictures_;
 };
 
 constexpr Rgb kWhite{255, 255, 255};
@@ -131,7 +132,7 @@ Picture gray_rows(int32_t width, const std::vector<uint8_t>& levels) {
   return colour(width, static_cast<int32_t>(levels.size()) / width, std::move(pixels));
 }
 
-const std::u16string kPath = u"picture.png";
+const WideString kPath = VW("picture.png");
 
 // Converts `picture` to the raster (or column) layout; the image must be
 // released afterwards.
@@ -276,20 +277,20 @@ TEST(ConversionFastPath, MatchesThePlainRuleOnRandomPictures) {
 TEST(ImageConversion, LoadFailuresAndChangedSizes) {
   FakeDecoder decoder;
   decoder.add(kPath, colour(9, 2, {kBlack}));
-  decoder.add(u"silent.png", {.fails = true});
-  decoder.add(u"broken.png", {.fails = true, .load_error = 84});
+  decoder.add(VW("silent.png"), {.fails = true});
+  decoder.add(VW("broken.png"), {.fails = true, .load_error = 84});
   std::vector<uint8_t> out(4, 0);
   // A missing file gives the decoder's number; an image whose size changed
   // since the probe is refused; the output stays blank either way.
-  EXPECT_EQ(image::convert_to_raster(u"absent.png", 8, 4, out.data()), ENOENT);
+  EXPECT_EQ(image::convert_to_raster(VW("absent.png"), 8, 4, out.data()), ENOENT);
   EXPECT_EQ(image::convert_to_raster(kPath.c_str(), 8, 2, out.data()), VORN_ERR_IMAGE_SIZE);
   EXPECT_EQ(out, std::vector<uint8_t>(4, 0));
   // A failure without a number reads as an image of no size.
-  EXPECT_EQ(image::convert_to_raster(u"silent.png", 1, 1, out.data()), VORN_ERR_IMAGE_SIZE);
+  EXPECT_EQ(image::convert_to_raster(VW("silent.png"), 1, 1, out.data()), VORN_ERR_IMAGE_SIZE);
   int32_t width = 5, height = 5;
-  EXPECT_EQ(image::probe_size(u"silent.png", &width, &height), 0);
+  EXPECT_EQ(image::probe_size(VW("silent.png"), &width, &height), 0);
   EXPECT_EQ(std::pair(width, height), std::pair(0, 0));
-  EXPECT_EQ(image::probe_size(u"broken.png", &width, &height), 84);
+  EXPECT_EQ(image::probe_size(VW("broken.png"), &width, &height), 84);
   EXPECT_EQ(decoder.live, 0);
 }
 
@@ -310,7 +311,7 @@ TEST(ImageDecoderLifeCycle, StartedWhenIdleAndStoppedWithTheLastImage) {
   EXPECT_EQ(decoder.starts - decoder.stops, 0) << "the probe stops what it started";
   // A failed load stops the decoder it started; a failed start fails the
   // load and leaves nothing to stop.
-  EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
+  EXPECT_EQ(image::probe_size(VW("absent.png"), &width, &height), ENOENT);
   EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(3, 3));
   decoder.start_error = 1450;
   EXPECT_EQ(image::probe_size(kPath.c_str(), &width, &height), 1450);
@@ -326,7 +327,7 @@ TEST(ImageDecoderLifeCycle, SizeReaderServesTheProbeWithoutALoad) {
   ASSERT_EQ(image::probe_size(kPath.c_str(), &width, &height), 0);
   EXPECT_EQ(std::pair(width, height), std::pair(3, 2));
   EXPECT_EQ(decoder.loads, 0);
-  EXPECT_EQ(image::probe_size(u"absent.png", &width, &height), ENOENT);
+  EXPECT_EQ(image::probe_size(VW("absent.png"), &width, &height), ENOENT);
   EXPECT_EQ(std::pair(width, height), std::pair(0, 0)) << "a failure reports no size";
   EXPECT_EQ(std::pair(decoder.starts, decoder.stops), std::pair(2, 2));
   decoder.start_error = 1450;

@@ -7,6 +7,7 @@
 
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/platform_expect.h"
 
 namespace vorn::test {
 namespace {
@@ -33,7 +34,7 @@ class HandlePortTest : public ::testing::Test {
 };
 
 TEST_F(HandlePortTest, DefaultsDevicePathAndEmptyWrite) {
-  EXPECT_EQ(device.opened_paths, std::vector<std::string>{"/dev/lp0"});
+  EXPECT_EQ(device.opened_paths, std::vector<std::string>{on_platform("/dev/lp0", "LPT1")});
   uint32_t values[6] = {};
   ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
   EXPECT_EQ(U32s(values, values + 6), (U32s{10, 5, 2000, 10, 2000, 2000}));

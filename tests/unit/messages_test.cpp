@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/text.h"
+#include "support/wide_text.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ int32_t fake_system_message(int32_t, uint32_t language, char* out, size_t size) 
 
 int32_t fake_system_message_wide(int32_t, uint32_t language, char16_t* out, size_t units) {
   fake.system_language = language;
-  if (fake.system_error == 0 && units >= 4) std::memcpy(out, u"sys", 8);
+  if (fake.system_error == 0 && units >= 4) std::memcpy(out, VW("sys"), 8);
   return fake.system_error;
 }
 
@@ -122,11 +123,11 @@ TEST_F(FormatErrorTest, WideLanguageIsTheCallersUnlessZero) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "language " << c.language);
     fake.user_language = c.user_language;
-    std::vector<char16_t> buffer(64, u'\x5A5A');
+    std::vector<VORN_WCHAR> buffer(64, VW('\x5A5A'));
     ASSERT_EQ(FormatError(row.code, c.language, buffer.data(), 0, 128), 0);
-    std::u16string units;
-    for (char byte : c.expected) units += static_cast<char16_t>(static_cast<unsigned char>(byte));
-    EXPECT_EQ(std::u16string(buffer.data()), units);
+    WideString units;
+    for (char byte : c.expected) units += static_cast<VORN_WCHAR>(static_cast<unsigned char>(byte));
+    EXPECT_EQ(WideString(buffer.data()), units);
   }
 }
 
@@ -134,14 +135,14 @@ TEST_F(FormatErrorTest, WideLanguageIsTheCallersUnlessZero) {
 // units; an odd byte left over is not touched, and a text that fills the
 // region exactly has no terminator.
 TEST_F(FormatErrorTest, WideRegionHoldsHalfTheBytesAndTakesNoTerminatorWhenFull) {
-  const std::u16string text = u"VORN print error.";
+  const WideString text = VW("VORN print error.");
   const struct {
     uint32_t position, bytes;  // bytes = size - position
     int32_t result;
   } cases[] = {{4, 35, 0}, {4, 34, 0}, {5, 35, 0}, {4, 33, -2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "position " << c.position << ", bytes " << c.bytes);
-    std::vector<char16_t> storage(40, u'\x5A5A');
+    std::vector<VORN_WCHAR> storage(40, VW('\x5A5A'));
     char* raw = reinterpret_cast<char*>(storage.data());
     EXPECT_EQ(FormatError(-100, 9, storage.data(), c.position, c.position + c.bytes), c.result);
     const uint32_t used = c.bytes / 2 * 2;
@@ -162,21 +163,21 @@ TEST_F(FormatErrorTest, RegionOutsideTheBufferIsRefused) {
   for (const auto& row : rows) {
     for (int32_t code : {-1, 2}) {
       SCOPED_TRACE(testing::Message() << row.position << " " << row.size << " code " << code);
-      std::vector<char16_t> buffer(8, u'\x5A5A');
+      std::vector<VORN_WCHAR> buffer(8, VW('\x5A5A'));
       char* narrow = row.null ? nullptr : reinterpret_cast<char*>(buffer.data());
       VORN_WCHAR* wide = row.null ? nullptr : buffer.data();
       EXPECT_EQ(vorn_io_format_error(code, narrow, row.position, row.size), -1);
       EXPECT_EQ(FormatError(code, 9, wide, row.position, row.size), -1);
-      EXPECT_THAT(buffer, Each(u'\x5A5A'));
+      EXPECT_THAT(buffer, Each(VW('\x5A5A')));
     }
   }
 }
 
 TEST_F(FormatErrorTest, WideConversionFailureIsTheConvertersNumber) {
   fake.to_wide_error = 42;
-  std::vector<char16_t> buffer(64, u'\x5A5A');
+  std::vector<VORN_WCHAR> buffer(64, VW('\x5A5A'));
   EXPECT_EQ(FormatError(-1, 9, buffer.data(), 0, 128), 42);
-  EXPECT_THAT(buffer, Each(u'\0'));
+  EXPECT_THAT(buffer, Each(VW('\0')));
 }
 
 // Positive codes go to the system with the caller's language, or 0: the
@@ -187,9 +188,9 @@ TEST_F(FormatErrorTest, PositiveCodesGoToTheSystemWithTheCallersLanguage) {
   EXPECT_EQ(vorn_io_format_error(2, narrow, 0, sizeof narrow), 0);
   EXPECT_STREQ(narrow, "sys");
   EXPECT_EQ(fake.system_language, 0u);
-  char16_t wide[16];
+  VORN_WCHAR wide[16];
   EXPECT_EQ(FormatError(2, 7, wide, 2, sizeof wide), 0);
-  EXPECT_EQ(std::u16string(wide + 1), u"sys");
+  EXPECT_EQ(WideString(wide + 1), VW("sys"));
   EXPECT_EQ(fake.system_language, 7u);
   EXPECT_EQ(FormatError(2, 0, wide, 0, sizeof wide), 0);
   EXPECT_EQ(fake.system_language, 0u);

@@ -14,6 +14,7 @@
 
 #include "platform/socket.h"
 #include "support/fake_clock.h"
+#include "support/platform_expect.h"
 
 namespace vorn::test {
 namespace {
@@ -177,7 +178,7 @@ TEST(NetworkOptions, ConnectWhereTheUriSays) {
       {"ip=10.0.0.7+port=abc", 0, 0, 0x0A000007, 9100},
       {"ip=10.0.0.7+port=74636", 0, 0, 0x0A000007, 9100},  // 65536 + 9100
       {"port=9100", VORN_ERR_IO_INVALID_SETTING},
-      {"ip=printer.example.com", 0, EADDRNOTAVAIL},  // never looked up as a host name
+      {"ip=printer.example.com", 0, kAddressNotAvailable},  // never looked up as a host name
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.options);

@@ -14,6 +14,7 @@
 #include "image/conversion.h"
 #include "image/image_source.h"
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -33,7 +34,7 @@ class FakeImages {
  public:
   FakeImages() : previous_(image::install_image_source(&kSource)) { active_ = this; }
   ~FakeImages() { image::install_image_source(previous_), active_ = nullptr; }
-  void add(const std::u16string& path, Picture picture) { pictures_[path] = std::move(picture); }
+  void add(const WideString& path, Picture picture) { pictures_[path] = std::move(picture); }
 
   int probes = 0;
   std::vector<std::string> conversions;  // "raster" or "columns", in order
@@ -64,7 +65,7 @@ class FakeImages {
   static constexpr image::ImageSource kSource{probe, raster, columns};
   static inline FakeImages* active_ = nullptr;
   const image::ImageSource* previous_;
-  std::map<std::u16string, Picture> pictures_;
+  std::map<WideString, Picture> pictures_;
 };
 
 // Leaves `bytes` waiting in the command buffer, as a failed write would.
@@ -98,7 +99,7 @@ Call with(int32_t (*command)(VORN_PRINTER, Args...), std::type_identity_t<Args>.
   return [=](VORN_PRINTER h) { return command(h, args...); };
 }
 
-const VORN_WCHAR* const kPath = u"p.png";
+const VORN_WCHAR* const kPath = VW("p.png");
 const Call nv = with(DefineNVImage, kPath, 32, 32);
 const Call download = with(DefineDownloadedImage, kPath, 32, 32);
 const Call buffered = with(DefineBufferedImage, kPath);
@@ -342,10 +343,10 @@ TEST(DefineNVImageCompatible, PicturesFollowEachOtherWithTheirSizes) {
   // 10 x 10: two units each way, 10 columns of 2 bytes from the conversion,
   // then 6 blank columns. 16 x 20: two units across, three down.
   const std::vector<uint8_t> first(20, 0x81), second(48, 0x12);
-  images.add(u"a.png", {10, 10, first});
-  images.add(u"b.png", {16, 20, second});
-  images.add(u"tall.png", {8, 2048});  // 256 units down
-  const VORN_WCHAR* paths[] = {u"a.png", u"b.png", u"tall.png"};
+  images.add(VW("a.png"), {10, 10, first});
+  images.add(VW("b.png"), {16, 20, second});
+  images.add(VW("tall.png"), {8, 2048});  // 256 units down
+  const VORN_WCHAR* paths[] = {VW("a.png"), VW("b.png"), VW("tall.png")};
   ASSERT_EQ(DefineNVImageCompatible(session.handle(), paths, 2), VORN_OK);
   EXPECT_EQ(session.take_written(), hex("1C 71 02  02 00 02 00") + first +
                                         std::vector<uint8_t>(12, 0) + hex("02 00 03 00") + second);
@@ -360,8 +361,8 @@ TEST(DefineNVImageCompatible, CountRulesAndSizesBeforeAnyConversion) {
   FakeSession session(kK80);
   FakeImages images;
   images.add(kPath, {8, 8});
-  images.add(u"tall.png", {8, 901});
-  images.add(u"gone.png", {.probe_result = 2});
+  images.add(VW("tall.png"), {8, 901});
+  images.add(VW("gone.png"), {.probe_result = 2});
   const VORN_WCHAR* eleven[11];
   std::fill(std::begin(eleven), std::end(eleven), kPath);
   // Zero pictures reach the encoder; more than ten, a negative count or no
@@ -372,8 +373,8 @@ TEST(DefineNVImageCompatible, CountRulesAndSizesBeforeAnyConversion) {
   EXPECT_EQ(DefineNVImageCompatible(session.handle(), nullptr, 1), VORN_ERR_PARAMETER);
   EXPECT_EQ(images.probes, 0);
   // Every size is learnt before any picture is converted.
-  const VORN_WCHAR* tall[] = {kPath, u"tall.png", kPath};
-  const VORN_WCHAR* gone[] = {kPath, u"gone.png", kPath};
+  const VORN_WCHAR* tall[] = {kPath, VW("tall.png"), kPath};
+  const VORN_WCHAR* gone[] = {kPath, VW("gone.png"), kPath};
   EXPECT_EQ(DefineNVImageCompatible(session.handle(), tall, 3), VORN_ERR_IMAGE_SIZE);
   EXPECT_EQ(images.probes, 2);
   EXPECT_EQ(DefineNVImageCompatible(session.handle(), gone, 3), 2);

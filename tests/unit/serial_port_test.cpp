@@ -13,6 +13,7 @@
 #include "platform/serial_line.h"
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/platform_expect.h"
 
 namespace vorn::test {
 namespace {
@@ -95,25 +96,30 @@ TEST(SerialRules, BaudRatesWriteConstantsAndDeviceNames) {
   const auto parallel = platform::parallel_device_path;
   const struct {
     void (*map)(const char*, char*, size_t);
-    const char *name, *path;
+    const char *name, *posix, *windows;
   } names[] = {
-      {serial, "COM10", "/dev/ttyS9"},       {serial, "/dev/pts/4", "/dev/pts/4"},
-      {serial, "ttyUSB0", "/dev/ttyUSB0"},   {serial, "COM0", "/dev/COM0"},
-      {serial, "COM01", "/dev/COM01"},       {serial, "com1", "/dev/ttyS0"},
-      {serial, "LPT1", "/dev/LPT1"},         {parallel, "lpt1", "/dev/lp0"},
-      {parallel, "Lpt12", "/dev/lp11"},      {parallel, "COM1", "/dev/COM1"},
-      {parallel, "usb/lp0", "/dev/usb/lp0"},
+      {serial, "COM10", "/dev/ttyS9", "\\\\.\\COM10"},
+      {serial, "/dev/pts/4", "/dev/pts/4", "\\\\.\\/dev/pts/4"},
+      {serial, "ttyUSB0", "/dev/ttyUSB0", "\\\\.\\ttyUSB0"},
+      {serial, "COM0", "/dev/COM0", "\\\\.\\COM0"},
+      {serial, "COM01", "/dev/COM01", "\\\\.\\COM01"},
+      {serial, "com1", "/dev/ttyS0", "\\\\.\\com1"},
+      {serial, "LPT1", "/dev/LPT1", "\\\\.\\LPT1"},
+      {parallel, "lpt1", "/dev/lp0", "lpt1"},
+      {parallel, "Lpt12", "/dev/lp11", "Lpt12"},
+      {parallel, "COM1", "/dev/COM1", "COM1"},
+      {parallel, "usb/lp0", "/dev/usb/lp0", "usb/lp0"},
   };
   for (const auto& row : names) {
     char path[64];
     row.map(row.name, path, sizeof path);
-    EXPECT_STREQ(path, row.path) << row.name;
+    EXPECT_STREQ(path, on_platform(row.posix, row.windows)) << row.name;
   }
 }
 
 TEST_F(SerialPort, BspOpenSetsUpTheLineInOrderWithTheAutomaticWriteConstant) {
   open("vorn:/dev/bus/BSP/COM7?baudrate=1200");
-  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS6"});
+  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS6", "\\\\.\\COM7")});
   EXPECT_EQ(line_.calls,
             (Calls{"configure 1200", "get", "set 10,5,2000,10,16200", "queue 4096/4096", "purge"}));
   // The constant computed at open stays after close; timeouts set by the
@@ -136,7 +142,7 @@ TEST_F(SerialPort, SetUriTakesOnlyUriTextAndKeepsTheOldUriOnFailure) {
   ASSERT_EQ(vorn_io_get_uri(port_, text, sizeof text, &length), VORN_OK);
   EXPECT_STREQ(text, "vorn:/dev/bus/COM/COM1?baudrate=9600");
   ASSERT_EQ(vorn_io_open(port_), VORN_OK);
-  EXPECT_EQ(device_.opened_paths, Calls{"/dev/ttyS0"});
+  EXPECT_EQ(device_.opened_paths, Calls{on_platform("/dev/ttyS0", "\\\\.\\COM1")});
 }
 
 TEST(SerialPortSetup, EachFailingLineStepEndsOpenWithItsCodeAndLeavesTheDeviceOpen) {

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/platform_expect.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -26,17 +28,18 @@ auto appending(std::vector<uint8_t> bytes) {
 
 TEST(PrinterCreator, FindsExactNamesOnlyAndChecksTheNameLengthFirst) {
   VORN_PRINTER printer = nullptr;
-  ASSERT_EQ(PrinterCreator(&printer, u"unknown"), VORN_OK);
+  ASSERT_EQ(PrinterCreator(&printer, VW("unknown")), VORN_OK);
   EXPECT_EQ(printer->context->capability_word, 0xFFFFFFFFu);
   EXPECT_EQ(printer->context->capacity, 256u);
   EXPECT_EQ(PrinterDestroy(printer), VORN_OK);
-  EXPECT_EQ(PrinterCreator(&printer, u"UNKNOWN"), VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(&printer, VW("UNKNOWN")), VORN_ERR_UNKNOWN_MODEL);
   EXPECT_EQ(printer, nullptr);
-  EXPECT_EQ(PrinterCreator(&printer, u""), VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(&printer, VW("")), VORN_ERR_UNKNOWN_MODEL);
   // 32 characters do not fit the 31-byte name area: refused before lookup,
   // so even a null handle pointer is not noticed.
-  EXPECT_EQ(PrinterCreator(nullptr, u"unknownunknownunknownunknownunkn"), VORN_ERR_UNKNOWN_MODEL);
-  EXPECT_EQ(PrinterCreator(nullptr, u"unknown"), VORN_ERR_PARAMETER);
+  EXPECT_EQ(PrinterCreator(nullptr, VW("unknownunknownunknownunknownunkn")),
+            VORN_ERR_UNKNOWN_MODEL);
+  EXPECT_EQ(PrinterCreator(nullptr, VW("unknown")), VORN_ERR_PARAMETER);
   EXPECT_EQ(PrinterCreatorS(nullptr), nullptr);
 }
 
@@ -46,7 +49,7 @@ TEST(Session, OnlyLiveHandlesAreFollowed) {
   FakeClock clock;
   FakeDevice device;
   VORN_PRINTER destroyed = PrinterCreatorS("unknown");
-  ASSERT_EQ(PortOpen(destroyed, u"LPT1"), VORN_OK);
+  ASSERT_EQ(PortOpen(destroyed, VW("LPT1")), VORN_OK);
   ASSERT_EQ(PrinterDestroy(destroyed), VORN_OK);
   uint32_t foreign[64];
   std::fill(std::begin(foreign), std::end(foreign), printer::kPrinterTag);
@@ -56,7 +59,7 @@ TEST(Session, OnlyLiveHandlesAreFollowed) {
   using Call = int32_t (*)(VORN_PRINTER, uint8_t*, uint32_t*, int32_t*);
   const Call calls[] = {
       [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PrinterDestroy(h); },
-      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PortOpen(h, u"LPT1"); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PortOpen(h, VW("LPT1")); },
       [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PortClose(h); },
       [](VORN_PRINTER h, uint8_t* b, uint32_t*, int32_t*) { return WriteData(h, b, 1); },
       [](VORN_PRINTER h, uint8_t* b, uint32_t* n, int32_t*) { return ReadData(h, b, 1, n); },
@@ -67,9 +70,9 @@ TEST(Session, OnlyLiveHandlesAreFollowed) {
       [](VORN_PRINTER h, uint8_t*, uint32_t* n, int32_t*) { return GetPrinterState(h, n); },
       [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t* v) { return GetFirmwareVersion(h, v, 1); },
       [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return CutPaper(h, 0, 0); },
-      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PrintText(h, u"x", 0, 0, 0); },
+      [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) { return PrintText(h, VW("x"), 0, 0, 0); },
       [](VORN_PRINTER h, uint8_t*, uint32_t*, int32_t*) {
-        return PrintTwoQRCode(h, u"a", 3, 0, 0, u"b", 3, 200, 0);
+        return PrintTwoQRCode(h, VW("a"), 3, 0, 0, VW("b"), 3, 200, 0);
       },
   };
   for (VORN_PRINTER handle :
@@ -93,8 +96,8 @@ TEST(Session, HandleAndPortChecksComeFirst) {
   EXPECT_EQ(printer::run_printing_call(printer, appending({1, 2})), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(printer->context->length, 0u);
   // A port text that is empty or names no usable port leaves no port behind.
-  EXPECT_EQ(PortOpen(printer, u""), VORN_ERR_PARAMETER);
-  EXPECT_EQ(PortOpen(printer, u"FILE,out.prn"), VORN_ERR_PRINTER_NOT_SUPPORTED);
+  EXPECT_EQ(PortOpen(printer, VW("")), VORN_ERR_PARAMETER);
+  EXPECT_EQ(PortOpen(printer, VW("FILE,out.prn")), VORN_ERR_PRINTER_NOT_SUPPORTED);
   EXPECT_EQ(printer->port, nullptr);
   EXPECT_EQ(WriteData(printer, &byte, 1), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(PortClose(printer), VORN_ERR_IO_NOT_OPEN);
@@ -105,12 +108,12 @@ TEST(Session, PortThatFailsToOpenStaysAttachedButClosedUntilReplaced) {
   FakeDevice device;
   device.open_error = 2;
   VORN_PRINTER printer = PrinterCreatorS("unknown");
-  EXPECT_EQ(PortOpen(printer, u"LPT1"), 2);
+  EXPECT_EQ(PortOpen(printer, VW("LPT1")), 2);
   EXPECT_NE(printer->port, nullptr);
   EXPECT_EQ(printer->port_open, 0);
   device.open_error = 0;
-  EXPECT_EQ(PortOpen(printer, u"LPT2"), VORN_OK);
-  EXPECT_EQ(device.opened_paths.back(), "/dev/lp1");
+  EXPECT_EQ(PortOpen(printer, VW("LPT2")), VORN_OK);
+  EXPECT_EQ(device.opened_paths.back(), on_platform("/dev/lp1", "LPT2"));
   EXPECT_EQ(PortClose(printer), VORN_OK);
   EXPECT_EQ(PortClose(printer), VORN_ERR_IO_NOT_OPEN);
   EXPECT_EQ(device.closes, 1);

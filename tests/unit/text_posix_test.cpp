@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/text.h"
+#include "support/wide_text.h"
 
 namespace {
 
@@ -51,38 +52,38 @@ class TextPosixTest : public ::testing::Test {
 TEST_F(TextPosixTest, NarrowCharsetComesFromTheEnvironment) {
   const struct {
     const char *all, *ctype, *lang, *codepage;
-    std::u16string text;
+    WideString text;
     std::string expected;
     int32_t error = 0;
   } cases[] = {
-      {nullptr, nullptr, "zh_CN.GBK", nullptr, u"中文", "\xD6\xD0\xCE\xC4"},
+      {nullptr, nullptr, "zh_CN.GBK", nullptr, VW("中文"), "\xD6\xD0\xCE\xC4"},
       // A character outside the basic plane is one '?', not two.
-      {nullptr, nullptr, "zh_CN.GBK", nullptr, u"中\U0001F600", "\xD6\xD0?"},
-      {"en_US.UTF-8", nullptr, "zh_CN.GBK", nullptr, u"中é", "?\xE9"},
-      {"", nullptr, "zh_CN.GBK", nullptr, u"中", "\xD6\xD0"},  // empty counts as unset
-      {nullptr, "zh_CN.GBK", "en_US.UTF-8", nullptr, u"中", "\xD6\xD0"},
-      {nullptr, nullptr, "de_DE.ISO-8859-15@euro", nullptr, u"€", "\xA4"},
-      {nullptr, nullptr, "en_US.UTF-8", nullptr, std::u16string(u"a\xD800") + u"b", "a?b"},
+      {nullptr, nullptr, "zh_CN.GBK", nullptr, VW("中\U0001F600"), "\xD6\xD0?"},
+      {"en_US.UTF-8", nullptr, "zh_CN.GBK", nullptr, VW("中é"), "?\xE9"},
+      {"", nullptr, "zh_CN.GBK", nullptr, VW("中"), "\xD6\xD0"},  // empty counts as unset
+      {nullptr, "zh_CN.GBK", "en_US.UTF-8", nullptr, VW("中"), "\xD6\xD0"},
+      {nullptr, nullptr, "de_DE.ISO-8859-15@euro", nullptr, VW("€"), "\xA4"},
+      {nullptr, nullptr, "en_US.UTF-8", nullptr, WideString(VW("a\xD800")) + VW("b"), "a?b"},
       // UTF-8 locales and those without a charset: by language and territory.
-      {nullptr, nullptr, "C.UTF-8", nullptr, u"é€", "\xE9\x80"},
-      {nullptr, nullptr, "en_US", nullptr, u"\u00FC!", "\xFC!"},
-      {nullptr, nullptr, "zh_CN.UTF-8", nullptr, u"中文", "\xD6\xD0\xCE\xC4"},
-      {nullptr, nullptr, "zh_TW.UTF-8", nullptr, u"中文", "\xA4\xA4\xA4\xE5"},
-      {nullptr, nullptr, "ja_JP.utf8", nullptr, u"日本", "\x93\xFA\x96\x7B"},
-      {nullptr, nullptr, "ru_RU.UTF-8", nullptr, u"Жé", "\xC6?"},
-      {nullptr, nullptr, "sr_RS.UTF-8", nullptr, u"Жč", "\xC6?"},
-      {nullptr, nullptr, "sr_RS.UTF-8@latin", nullptr, u"Жč", "?\xE8"},
-      {nullptr, nullptr, "uz_UZ.UTF-8@cyrillic", nullptr, u"Ж", "\xC6"},
-      {nullptr, nullptr, "tr_TR.UTF-8", nullptr, u"ğ", "\xF0"},
+      {nullptr, nullptr, "C.UTF-8", nullptr, VW("é€"), "\xE9\x80"},
+      {nullptr, nullptr, "en_US", nullptr, VW("\u00FC!"), "\xFC!"},
+      {nullptr, nullptr, "zh_CN.UTF-8", nullptr, VW("中文"), "\xD6\xD0\xCE\xC4"},
+      {nullptr, nullptr, "zh_TW.UTF-8", nullptr, VW("中文"), "\xA4\xA4\xA4\xE5"},
+      {nullptr, nullptr, "ja_JP.utf8", nullptr, VW("日本"), "\x93\xFA\x96\x7B"},
+      {nullptr, nullptr, "ru_RU.UTF-8", nullptr, VW("Жé"), "\xC6?"},
+      {nullptr, nullptr, "sr_RS.UTF-8", nullptr, VW("Жč"), "\xC6?"},
+      {nullptr, nullptr, "sr_RS.UTF-8@latin", nullptr, VW("Жč"), "?\xE8"},
+      {nullptr, nullptr, "uz_UZ.UTF-8@cyrillic", nullptr, VW("Ж"), "\xC6"},
+      {nullptr, nullptr, "tr_TR.UTF-8", nullptr, VW("ğ"), "\xF0"},
       // No locale, C or POSIX, or a charset iconv does not know: ASCII.
-      {nullptr, nullptr, nullptr, nullptr, u"Ab\u00FC", "Ab?"},
-      {nullptr, nullptr, "C", nullptr, u"é", "?"},
-      {nullptr, nullptr, "xx_XX.NO-SUCH-CHARSET", nullptr, u"a中", "a?"},
+      {nullptr, nullptr, nullptr, nullptr, VW("Ab\u00FC"), "Ab?"},
+      {nullptr, nullptr, "C", nullptr, VW("é"), "?"},
+      {nullptr, nullptr, "xx_XX.NO-SUCH-CHARSET", nullptr, VW("a中"), "a?"},
       // Named outright, over any locale; an unknown name is an error.
-      {"zh_CN.UTF-8", nullptr, nullptr, "CP437", u"é中", "\x82?"},
-      {nullptr, nullptr, "zh_CN.UTF-8", "UTF-8", u"中", "\xE4\xB8\xAD"},
-      {nullptr, nullptr, "zh_CN.UTF-8", "", u"中", "\xD6\xD0"},
-      {nullptr, nullptr, "zh_CN.UTF-8", "bogus", u"a", "", EINVAL},
+      {"zh_CN.UTF-8", nullptr, nullptr, "CP437", VW("é中"), "\x82?"},
+      {nullptr, nullptr, "zh_CN.UTF-8", "UTF-8", VW("中"), "\xE4\xB8\xAD"},
+      {nullptr, nullptr, "zh_CN.UTF-8", "", VW("中"), "\xD6\xD0"},
+      {nullptr, nullptr, "zh_CN.UTF-8", "bogus", VW("a"), "", EINVAL},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message()
@@ -101,25 +102,25 @@ TEST_F(TextPosixTest, WideConversionReplacesInvalidBytes) {
   const struct {
     const char* lang;
     std::string bytes;
-    std::u16string expected;
+    WideString expected;
   } cases[] = {
-      {"zh_CN.GBK", "\xD6\xD0\xCE\xC4", u"中文"},
-      {"zh_CN.GBK", "a\xD6", u"a\uFFFD"},  // lead byte cut off at the end
-      {"zh_CN.GBK", std::string("a\xFF") + "b", u"a\uFFFDb"},
+      {"zh_CN.GBK", "\xD6\xD0\xCE\xC4", VW("中文")},
+      {"zh_CN.GBK", "a\xD6", VW("a\uFFFD")},  // lead byte cut off at the end
+      {"zh_CN.GBK", std::string("a\xFF") + "b", VW("a\uFFFDb")},
   };
   for (const auto& c : cases) {
     set_locale(nullptr, nullptr, c.lang, "LC_CTYPE");
     char16_t out[16];
     size_t written = 99;
     EXPECT_EQ(native().to_wide(c.bytes.data(), c.bytes.size(), out, std::size(out), &written), 0);
-    EXPECT_EQ(std::u16string(out, written), c.expected) << c.lang;
+    EXPECT_EQ(WideString(out, written), c.expected) << c.lang;
   }
 }
 
 TEST_F(TextPosixTest, NullOutputMeasuresAndShortOutputFails) {
   set_locale(nullptr, nullptr, "zh_CN.GBK", "LC_CTYPE");
   // Longer than any internal scratch buffer.
-  const std::u16string text(1000, u'中');
+  const WideString text(1000, VW('中'));
   size_t written = 0;
   EXPECT_EQ(native().to_narrow(text.data(), text.size(), nullptr, 0, &written), 0);
   EXPECT_EQ(written, 2000u);
@@ -127,11 +128,11 @@ TEST_F(TextPosixTest, NullOutputMeasuresAndShortOutputFails) {
   EXPECT_EQ(written, 3u);
 
   char out[3];
-  EXPECT_EQ(native().to_narrow(u"中文", 2, out, sizeof out, &written), E2BIG);
+  EXPECT_EQ(native().to_narrow(VW("中文"), 2, out, sizeof out, &written), E2BIG);
   EXPECT_EQ(written, 0u);
   char16_t wide[1];
   EXPECT_EQ(native().to_wide("ab", 2, wide, 1, &written), E2BIG);
-  EXPECT_EQ(native().to_narrow(u"", 0, out, sizeof out, &written), EINVAL);
+  EXPECT_EQ(native().to_narrow(VW(""), 0, out, sizeof out, &written), EINVAL);
   EXPECT_EQ(native().to_wide("", 0, wide, 1, &written), EINVAL);
 }
 

@@ -9,13 +9,15 @@
 #include <vector>
 
 #include "support/fake_session.h"
-#include "support/scoped_env.h"
+#include "support/platform_expect.h"
+#include "support/utf8_text.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
 
 struct Case {
-  const char16_t* text;
+  const VORN_WCHAR* text;
   int32_t alignment, attributes, size, result;
   const char* bytes;
 };
@@ -24,21 +26,22 @@ struct Case {
 // off by its bit (font, bold, underline, reverse, double-strike). Each bit is
 // on in a different set of rows, so a swapped bit shows.
 const Case kCases[] = {
-    {u"AB", 1, 2, 0x11, 0, "1B 61 01 1B 4D 00 1B 45 01 1B 2D 00 1D 42 00 1B 47 00 1D 21 11 41 42"},
-    {u"A", 0, 0, 0, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41"},
-    {u"A", 0, 0x09, 0, 0, "1B 61 00 1B 4D 01 1B 45 00 1B 2D 00 1D 42 01 1B 47 00 1D 21 00 41"},
-    {u"A", 0, 0x14, 0, 0, "1B 61 00 1B 4D 00 1B 45 00 1B 2D 01 1D 42 00 1B 47 01 1D 21 00 41"},
+    {VW("AB"), 1, 2, 0x11, 0,
+     "1B 61 01 1B 4D 00 1B 45 01 1B 2D 00 1D 42 00 1B 47 00 1D 21 11 41 42"},
+    {VW("A"), 0, 0, 0, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41"},
+    {VW("A"), 0, 0x09, 0, 0, "1B 61 00 1B 4D 01 1B 45 00 1B 2D 00 1D 42 01 1B 47 00 1D 21 00 41"},
+    {VW("A"), 0, 0x14, 0, 0, "1B 61 00 1B 4D 00 1B 45 00 1B 2D 01 1D 42 00 1B 47 01 1D 21 00 41"},
     // Bit 5 means nothing; attributes are not cut, so 256 is not the reset.
-    {u"A", 0, 0x25, 0, 0, "1B 61 00 1B 4D 01 1B 45 00 1B 2D 01 1D 42 00 1B 47 00 1D 21 00 41"},
-    {u"A", 0, 256, 0, 0, "1B 61 00 1B 4D 00 1B 45 00 1B 2D 00 1D 42 00 1B 47 00 1D 21 00 41"},
+    {VW("A"), 0, 0x25, 0, 0, "1B 61 00 1B 4D 01 1B 45 00 1B 2D 01 1D 42 00 1B 47 00 1D 21 00 41"},
+    {VW("A"), 0, 256, 0, 0, "1B 61 00 1B 4D 00 1B 45 00 1B 2D 00 1D 42 00 1B 47 00 1D 21 00 41"},
     // Alignment and size are cut to 8 bits.
-    {u"A", 256, 0, 0x111, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 11 41"},
-    {u"A\tB\n", 0, 0, 0, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41 09 42 0A"},
-    {u"A", 3, 0, 0, -1, ""},
-    {u"A", 0, 0, 0x08, -1, ""},
-    {u"A", 0, 2, 0x80, -1, ""},
-    {u"", 0, 0, 0, EINVAL, ""},
-    {nullptr, 0, 0, 0, EINVAL, ""},
+    {VW("A"), 256, 0, 0x111, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 11 41"},
+    {VW("A\tB\n"), 0, 0, 0, 0, "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41 09 42 0A"},
+    {VW("A"), 3, 0, 0, -1, ""},
+    {VW("A"), 0, 0, 0x08, -1, ""},
+    {VW("A"), 0, 2, 0x80, -1, ""},
+    {VW(""), 0, 0, 0, kInvalidParameter, ""},
+    {nullptr, 0, 0, 0, kInvalidParameter, ""},
 };
 
 TEST(PrintText, SendsLayoutThenText) {
@@ -57,14 +60,14 @@ TEST(PrintText, PageMode) {
   const struct {
     const char* model;
     uint8_t page_mode;
-    const char16_t* text;
+    const VORN_WCHAR* text;
     const char* bytes;
   } cases[] = {
-      {"VR-M80A", 1, u"AB", "1B 21 00 1D 42 00 1D 21 00 41 42 0A"},
-      {"VR-M80A", 1, u"A\n", "1B 21 00 1D 42 00 1D 21 00 41 0A"},
-      {"VR-M80A", 1, u"A\nB", "1B 21 00 1D 42 00 1D 21 00 41 0A 42 0A"},
-      {"VR-T80A", 1, u"AB", "1B 21 00 1D 42 00 1D 21 00 41 42"},
-      {"VR-M80A", 0, u"AB", "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41 42"},
+      {"VR-M80A", 1, VW("AB"), "1B 21 00 1D 42 00 1D 21 00 41 42 0A"},
+      {"VR-M80A", 1, VW("A\n"), "1B 21 00 1D 42 00 1D 21 00 41 0A"},
+      {"VR-M80A", 1, VW("A\nB"), "1B 21 00 1D 42 00 1D 21 00 41 0A 42 0A"},
+      {"VR-T80A", 1, VW("AB"), "1B 21 00 1D 42 00 1D 21 00 41 42"},
+      {"VR-M80A", 0, VW("AB"), "1B 61 00 1B 21 00 1D 42 00 1D 21 00 41 42"},
   };
   for (const auto& c : cases) {
     FakeSession session(c.model);
@@ -75,7 +78,7 @@ TEST(PrintText, PageMode) {
   // PrintTextS sends the bytes alone.
   FakeSession session("VR-M80A");
   session.context().page_mode = 1;
-  EXPECT_EQ(PrintTextS(session.handle(), u"Hi"), VORN_OK);
+  EXPECT_EQ(PrintTextS(session.handle(), VW("Hi")), VORN_OK);
   EXPECT_EQ(session.take_written(), hex("48 69"));
 }
 
@@ -85,7 +88,7 @@ TEST(PrintText, LateFailureTakesBackEveryByteOfTheCall) {
   ASSERT_EQ(FeedLine(session.handle(), 1), EIO);
   // The size is the last layout command: justification and attributes were
   // already appended when it is refused.
-  EXPECT_EQ(PrintText(session.handle(), u"ABC", 1, 0x1F, 0x88), VORN_ERR_PARAMETER);
+  EXPECT_EQ(PrintText(session.handle(), VW("ABC"), 1, 0x1F, 0x88), VORN_ERR_PARAMETER);
   EXPECT_EQ(session.pending(), hex("1B 64 01"));
   const auto& c = session.context();
   for (uint32_t i = c.length; i < c.length + 30; ++i) EXPECT_EQ(c.buffer[i], 0) << i;
@@ -93,33 +96,33 @@ TEST(PrintText, LateFailureTakesBackEveryByteOfTheCall) {
 }
 
 TEST(PrintText, FrameFirstThenModelButRawTextGoesAnywhere) {
-  EXPECT_EQ(PrintText(nullptr, u"", 0, 0, 0), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PrintTextS(nullptr, u""), VORN_ERR_INVALID_HANDLE);
+  EXPECT_EQ(PrintText(nullptr, VW(""), 0, 0, 0), VORN_ERR_INVALID_HANDLE);
+  EXPECT_EQ(PrintTextS(nullptr, VW("")), VORN_ERR_INVALID_HANDLE);
   FakeSession closed;
   ASSERT_EQ(PortClose(closed.handle()), VORN_OK);
-  EXPECT_EQ(PrintText(closed.handle(), u"", 0, 0, 0), VORN_ERR_IO_NOT_OPEN);
-  EXPECT_EQ(PrintTextS(closed.handle(), u""), VORN_ERR_IO_NOT_OPEN);
+  EXPECT_EQ(PrintText(closed.handle(), VW(""), 0, 0, 0), VORN_ERR_IO_NOT_OPEN);
+  EXPECT_EQ(PrintTextS(closed.handle(), VW("")), VORN_ERR_IO_NOT_OPEN);
 
   FakeSession label("VR-L80A");  // no ESC/POS
-  EXPECT_EQ(PrintText(label.handle(), u"A", 0, 0, 0), VORN_ERR_COMMAND_NOT_SUPPORTED);
+  EXPECT_EQ(PrintText(label.handle(), VW("A"), 0, 0, 0), VORN_ERR_COMMAND_NOT_SUPPORTED);
   EXPECT_TRUE(label.pending().empty());
-  EXPECT_EQ(PrintTextS(label.handle(), u"SIZE 40\r\n"), VORN_OK);
+  EXPECT_EQ(PrintTextS(label.handle(), VW("SIZE 40\r\n")), VORN_OK);
   EXPECT_EQ(label.take_written(), hex("53 49 5A 45 20 34 30 0D 0A"));
 }
 
 TEST(PrintText, RoomForTheConvertedText) {
   FakeSession session;
-  EXPECT_EQ(PrintTextS(session.handle(), std::u16string(300, u'x').c_str()), VORN_OK);
+  EXPECT_EQ(PrintTextS(session.handle(), WideString(300, VW('x')).c_str()), VORN_OK);
   // 300 + 64 rounded up to whole steps of 128.
   EXPECT_EQ(session.context().capacity, 256u + 384u);
   EXPECT_EQ(session.take_written(), std::vector<uint8_t>(300, 'x'));
 
   // Text is never refused for its encoding: UTF-8 takes three bytes for one
   // unit, more than the two a Windows code page can need.
-  ScopedEnv utf8("VORN_CODEPAGE", "UTF-8");
-  const std::u16string cjk(300, u'中');
+  const Utf8NarrowText utf8;
+  const WideString cjk(300, VW('中'));
   EXPECT_EQ(PrintTextS(session.handle(), cjk.c_str()), VORN_OK);
-  EXPECT_EQ(PrintText(session.handle(), u"中文字", 0, 0, 0), VORN_OK);
+  EXPECT_EQ(PrintText(session.handle(), VW("中文字"), 0, 0, 0), VORN_OK);
   const std::vector<uint8_t> written = session.take_written();
   ASSERT_EQ(written.size(), 900u + 12u + 9u);
   EXPECT_EQ(std::vector<uint8_t>(written.end() - 9, written.end()),

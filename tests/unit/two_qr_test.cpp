@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -51,7 +52,7 @@ const char* const kSymbolB5 =
 
 // Symbol A (module 4) at (x1, y1), symbol B (module 5) at (x2, y2).
 int32_t print_two(FakeSession& session, int32_t x1, int32_t y1, int32_t x2, int32_t y2) {
-  return PrintTwoQRCode(session.handle(), u"A", 4, x1, y1, u"B", 5, x2, y2);
+  return PrintTwoQRCode(session.handle(), VW("A"), 4, x1, y1, VW("B"), 5, x2, y2);
 }
 
 // On models with the finer motion unit the vertical sizes count double:
@@ -159,15 +160,15 @@ TEST(PrintTwoQRCode, PageFailuresLeavePageModeSelected) {
 
 TEST(PrintTwoQRCode, TextsAndModuleSizesAreCheckedBeforeUse) {
   struct Case {
-    std::u16string data1, data2;
+    WideString data1, data2;
     int32_t module2, result;
     const char* written;
   } cases[] = {
       // Both texts are converted, into 260 bytes each, before any query.
-      {u"A", std::u16string(260, u'B'), 5, VORN_ERR_BUFFER_TOO_SMALL, ""},
-      {u"A", u"B", 17, VORN_ERR_PARAMETER, kQueryA4},
+      {VW("A"), WideString(260, VW('B')), 5, VORN_ERR_BUFFER_TOO_SMALL, ""},
+      {VW("A"), VW("B"), 17, VORN_ERR_PARAMETER, kQueryA4},
       // 259 bytes fit: the store command counts 259 + 3 = 0x106.
-      {std::u16string(259, u'A'), u"B", 5, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41"},
+      {WideString(259, VW('A')), VW("B"), 5, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41"},
   };
   for (const Case& c : cases) {
     FakeSession session("VR-M60A");
@@ -183,7 +184,7 @@ TEST(PrintTwoQRCode, TextsAndModuleSizesAreCheckedBeforeUse) {
 }
 
 TEST(PrintTwoQRCode, FrameAndFailedQueryStopBeforeWaiting) {
-  EXPECT_EQ(PrintTwoQRCode(nullptr, u"A", 4, 1, 1, u"B", 5, 1, 1), VORN_ERR_INVALID_HANDLE);
+  EXPECT_EQ(PrintTwoQRCode(nullptr, VW("A"), 4, 1, 1, VW("B"), 5, 1, 1), VORN_ERR_INVALID_HANDLE);
   FakeSession failing("VR-M60A");
   failing.device.write_script.push_back({.accept = 0, .error = EIO});
   EXPECT_EQ(print_two(failing, 1, 1, 1, 1), EIO);

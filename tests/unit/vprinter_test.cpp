@@ -9,6 +9,7 @@
 
 #include "engine.h"
 #include "support/fake_session.h"
+#include "support/wide_text.h"
 
 namespace vorn::vprinter {
 namespace {
@@ -235,10 +236,10 @@ TEST(VirtualPrinter, FontsAndCodeTablesChooseTheGlyph) {
       "1D 28 45 03 00 01 49 4E 1D 28 45 04 00 05 08 10 00 1D 28 45 02 00 06 08 01 49 4E "
       "1D 28 45 04 00 02 4F 55 54 ";
   Bitmap euro(12, 24), c_cedilla(12, 24), bold(12, 24), font_b(12, 24), chinese(24, 24);
-  draw(euro, fonts().latin(u'\u20AC', false, false), 0, 0);
-  draw(c_cedilla, fonts().latin(u'\u00C7', false, false), 0, 0);
-  draw(bold, fonts().latin(u'H', false, true), 0, 0);
-  draw(font_b, fonts().latin(u'H', true, false), 0, 0);
+  draw(euro, fonts().latin(VW('\u20AC'), false, false), 0, 0);
+  draw(c_cedilla, fonts().latin(VW('\u00C7'), false, false), 0, 0);
+  draw(bold, fonts().latin(VW('H'), false, true), 0, 0);
+  draw(font_b, fonts().latin(VW('H'), true, false), 0, 0);
   draw(chinese, fonts().chinese(0xD6D0, false), 0, 0);
   const Case cases[] = {
       {"80 0A", c_cedilla},     {"1B 74 10 80 0A", euro},   {user_table_16 + "80 0A", euro},

@@ -12,6 +12,7 @@
 
 #include "commands.h"
 #include "printer/session.h"
+#include "support/wide_text.h"
 #include "test_printer.h"
 
 namespace vorn::test {
@@ -132,8 +133,8 @@ TEST_F(UsbPrinterTest, StatusCommandReadsTheAnswers) {
 TEST_F(UsbPrinterTest, StalledPrinterTimesOutAndKeepsTheBytesForTheNextCall) {
   TestPrinter& printer = bed->add(kPrinterClassPrinter);
   VORN_PRINTER handle = nullptr;
-  ASSERT_EQ(PrinterCreator(&handle, u"VR-T80A"), VORN_OK);
-  ASSERT_EQ(PortOpen(handle, u"USB"), VORN_OK);
+  ASSERT_EQ(PrinterCreator(&handle, VW("VR-T80A")), VORN_OK);
+  ASSERT_EQ(PortOpen(handle, VW("USB")), VORN_OK);
   ASSERT_EQ(vorn_io_set_timeout(handle->port, 10, 0, 150, 0, 150, 0), VORN_OK);
   printer.set_stalled(true);
   const auto start = Clock::now();

@@ -1,0 +1,6 @@
+# The shipped 32-bit DLL. Host applications keep the stack only 4-byte
+# aligned, so every exported entry realigns it for SSE spills.
+set(VORN_MINGW_TRIPLE i686-w64-mingw32)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)
+set(CMAKE_C_FLAGS_INIT -mstackrealign)
+set(CMAKE_CXX_FLAGS_INIT -mstackrealign)
