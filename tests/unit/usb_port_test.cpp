@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <deque>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,15 @@ const auto case_name = [](const auto& info) {
   }
   return name;
 };
+
+// gtest shows a case by its `what` rather than as raw bytes.
+template <typename Case>
+requires requires(Case c) {
+  c.what;
+}
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << c.what;
+}
 
 FakeUsbDevice printer(const std::string& path, const std::string& id, const std::string& location,
                       const std::string& service = "usbprint") {
