@@ -9,22 +9,20 @@
 #include <vorn/vorn.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/wall_clock.h"
+
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-using Clock = std::chrono::steady_clock;
+using vorn::test::ms_since;
+using Clock = vorn::test::WallClock;
 
-long ms_since(Clock::time_point start) {
-  return static_cast<long>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
+using Bytes = std::vector<uint8_t>;
 
 Bytes pattern(size_t size) {
   Bytes data(size);

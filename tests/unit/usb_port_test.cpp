@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <deque>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,24 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 using U32s = std::vector<uint32_t>;
+
+// Test names from a case's `what`, with characters a name cannot hold as '_'.
+const auto case_name = [](const auto& info) {
+  std::string name = info.param.what;
+  for (char& ch : name) {
+    if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
+  }
+  return name;
+};
+
+// gtest shows a case by its `what` rather than as raw bytes.
+template <typename Case>
+requires requires(Case c) {
+  c.what;
+}
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << c.what;
+}
 
 FakeUsbDevice printer(const std::string& path, const std::string& id, const std::string& location,
                       const std::string& service = "usbprint") {
@@ -60,98 +79,61 @@ const std::string kLongId = "USB\\VID_5A3C&PID_7008&REV_0100" + std::string(226,
 INSTANTIATE_TEST_SUITE_P(
     Cases, UsbSearchTest,
     ::testing::Values(
-        SearchCase{"table device among others",
+        SearchCase("table device among others",
                    {printer("/hid", "USB\\VID_046D&PID_C52B&REV_1200", "1-2", "hid"),
                     printer("/p", "USB\\VID_5A3C&PID_7008&REV_0100", "1-3", "vendor")},
-                   "vorn:/dev/bus/USB/DEVICE",
-                   0,
-                   "/p"},
-        SearchCase{"enumeration order wins over table order",
+                   "vorn:/dev/bus/USB/DEVICE", 0, "/p"),
+        SearchCase("enumeration order wins over table order",
                    {printer("/late", "USB\\VID_5A3D&PID_0001&REV_0001", "1-1"),
                     printer("/early", "USB\\VID_5A3C&PID_7009&REV_0001", "1-2")},
-                   "vorn:/dev/bus/USB/DEVICE",
-                   0,
-                   "/late"},
-        SearchCase{"lower-case identifier is upper-cased",
-                   {printer("/p", "usb\\vid_4348&pid_5584&rev_0254", "1-1")},
-                   "USB",
-                   0,
-                   "/p"},
-        SearchCase{"only the device's location is upper-cased",
+                   "vorn:/dev/bus/USB/DEVICE", 0, "/late"),
+        SearchCase("lower-case identifier is upper-cased",
+                   {printer("/p", "usb\\vid_4348&pid_5584&rev_0254", "1-1")}, "USB", 0, "/p"),
+        SearchCase("only the device's location is upper-cased",
                    {printer("/a", "USB\\VID_04B8&PID_0202", "Port_#0001.Hub_#0001"),
                     printer("/b", "USB\\VID_04B8&PID_0202", "Port_#0002.Hub_#0001")},
-                   "vorn:/dev/bus/USB/DEVICE?location=PORT_#0002.HUB_#0001",
-                   0,
-                   "/b"},
-        SearchCase{"lower-case location value never matches",
+                   "vorn:/dev/bus/USB/DEVICE?location=PORT_#0002.HUB_#0001", 0, "/b"),
+        SearchCase("lower-case location value never matches",
                    {printer("/b", "USB\\VID_04B8&PID_0202", "Port_#0002.Hub_#0001", "x")},
-                   "vorn:/dev/bus/USB/DEVICE?location=port_#0002.hub_#0001",
-                   -372,
-                   nullptr},
-        SearchCase{"location compared in full",
+                   "vorn:/dev/bus/USB/DEVICE?location=port_#0002.hub_#0001", -372, nullptr),
+        SearchCase("location compared in full",
                    {printer("/b", "USB\\VID_067E&PID_000D", "1-1.4.2", "x")},
-                   "vorn:/dev/bus/USB/DEVICE?location=1-1.4",
-                   -372,
-                   nullptr},
-        SearchCase{"comma form location",
+                   "vorn:/dev/bus/USB/DEVICE?location=1-1.4", -372, nullptr),
+        SearchCase("comma form location",
                    {printer("/a", "USB\\VID_067E&PID_000D", "1-1", "x"),
                     printer("/b", "USB\\VID_067E&PID_000D", "port_#0003", "x")},
-                   "USB,Port_#0003",
-                   0,
-                   "/b"},
-        SearchCase{"port number only stops choosing table devices",
+                   "USB,Port_#0003", 0, "/b"),
+        SearchCase("port number only stops choosing table devices",
                    {printer("/t", "USB\\VID_5A3C&PID_7007", "1-1"),
                     printer("/q", "USB\\VID_1234&PID_0001", "1-2", "USBPRINT")},
-                   "vorn:/dev/bus/USB/DEVICE?portnum=USB001",
-                   0,
-                   "/q"},
-        SearchCase{"restricted device chosen when met first",
+                   "vorn:/dev/bus/USB/DEVICE?portnum=USB001", 0, "/q"),
+        SearchCase("restricted device chosen when met first",
                    {printer("/r", "USB\\VID_0FE6&PID_811E&REV_0100", "1-1", "x"),
                     printer("/t", "USB\\VID_5A3C&PID_7009", "1-2")},
-                   "USB",
-                   0,
-                   "/r",
-                   1},
-        SearchCase{"table device met before the restricted one",
+                   "USB", 0, "/r", 1),
+        SearchCase("table device met before the restricted one",
                    {printer("/t", "USB\\VID_5A3C&PID_7009", "1-2"),
                     printer("/r", "USB\\VID_0FE6&PID_811E", "1-1")},
-                   "USB",
-                   0,
-                   "/t",
-                   0},
-        SearchCase{"first printer-class device stands in",
+                   "USB", 0, "/t", 0),
+        SearchCase("first printer-class device stands in",
                    {printer("/h", "USB\\VID_1111&PID_0001", "1-1", "hid"),
                     printer("/f1", "USB\\VID_2222&PID_0001", "1-2", "print"),
                     printer("/f2", "USB\\VID_3333&PID_0001", "1-3", "usbprint")},
-                   "USB",
-                   0,
-                   "/f1"},
-        SearchCase{"a table device elsewhere is no stand-in",
+                   "USB", 0, "/f1"),
+        SearchCase("a table device elsewhere is no stand-in",
                    {printer("/t", "USB\\VID_5A3C&PID_7008", "1-1"),
                     printer("/f", "USB\\VID_2222&PID_0001", "1-2", "usbprint")},
-                   "vorn:/dev/bus/USB/DEVICE?location=1-9",
-                   0,
-                   "/f"},
-        SearchCase{"service names that do not qualify",
+                   "vorn:/dev/bus/USB/DEVICE?location=1-9", 0, "/f"),
+        SearchCase("service names that do not qualify",
                    {printer("/a", "USB\\VID_2222&PID_0001", "1-1", "usbprint2"),
                     printer("/b", "USB\\VID_2222&PID_0002", "1-2", std::string(32, 'p')),
                     {"/c", "USB\\VID_2222&PID_0003", "1-3", std::nullopt}},
-                   "USB",
-                   -372,
-                   nullptr},
-        SearchCase{"devices without a usable identifier are passed over",
+                   "USB", -372, nullptr),
+        SearchCase("devices without a usable identifier are passed over",
                    {{"/n", std::nullopt, "1-1", "usbprint"}, printer("/long", kLongId, "1-2", "x")},
-                   "USB",
-                   -372,
-                   nullptr},
-        SearchCase{"nothing present", {}, "USB", -372, nullptr}),
-    [](const auto& info) {
-      std::string name = info.param.what;
-      for (char& ch : name) {
-        if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return name;
-    });
+                   "USB", -372, nullptr),
+        SearchCase("nothing present", {}, "USB", -372, nullptr)),
+    case_name);
 
 class UsbPortTest : public ::testing::Test {
  protected:
@@ -291,114 +273,34 @@ Bytes count_up(uint8_t from, size_t n) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, UsbReadTest,
     ::testing::Values(
-        ReadCase{"longer answer keeps its last bytes",
-                 {{.bytes = count_up(1, 20), .ms = 3}},
-                 2,
-                 10,
-                 VORN_OK,
-                 20,
-                 count_up(11, 10),
-                 {255},
-                 {2050},
-                 {},
-                 3},
-        ReadCase{"pieces: later attempts wait the read interval",
-                 {{.bytes = {1, 2}, .ms = 4}, {.bytes = {3, 4, 5}, .ms = 6}},
-                 0,
-                 5,
-                 VORN_OK,
-                 5,
-                 {1, 2, 3, 4, 5},
-                 {255, 253},
-                 {2025, 10},
-                 {},
-                 10},
-        ReadCase{"silent device: one wait of the whole budget",
-                 {{.ms = 2020}},
-                 0,
-                 4,
-                 VORN_ERR_IO_READ_TIMEOUT,
-                 0,
-                 {},
-                 {255},
-                 {2020},
-                 {},
-                 2020},
-        ReadCase{"empty answers: naps between attempts, five attempts",
-                 {{.ms = 1}, {.ms = 1}, {.ms = 1}, {.ms = 1}, {.ms = 1}},
-                 0,
-                 4,
-                 VORN_ERR_IO_READ_TIMEOUT,
-                 0,
-                 {},
-                 // The nap is counted in the next attempt's time, which is then
-                 // too long to nap after.
-                 {255, 255, 255, 255, 255},
-                 {2020, 2019, 1918, 1917, 1816},
-                 {100, 100},
-                 205},
-        ReadCase{"gap longer than the interval after the first data",
-                 {{.bytes = {7}, .ms = 2}, {.ms = 11}},
-                 0,
-                 3,
-                 VORN_ERR_IO_READ_TIMEOUT,
-                 1,
-                 {7},
-                 {255, 254},
-                 {2015, 10},
-                 {},
-                 13},
-        ReadCase{"five attempts without all bytes",
+        ReadCase("longer answer keeps its last bytes", {{.bytes = count_up(1, 20), .ms = 3}}, 2, 10,
+                 VORN_OK, 20, count_up(11, 10), {255}, {2050}, {}, 3),
+        ReadCase("pieces: later attempts wait the read interval",
+                 {{.bytes = {1, 2}, .ms = 4}, {.bytes = {3, 4, 5}, .ms = 6}}, 0, 5, VORN_OK, 5,
+                 {1, 2, 3, 4, 5}, {255, 253}, {2025, 10}, {}, 10),
+        ReadCase("silent device: one wait of the whole budget", {{.ms = 2020}}, 0, 4,
+                 VORN_ERR_IO_READ_TIMEOUT, 0, {}, {255}, {2020}, {}, 2020),
+        // The nap is counted in the next attempt's time, which is then too
+        // long to nap after.
+        ReadCase("empty answers: naps between attempts, five attempts",
+                 {{.ms = 1}, {.ms = 1}, {.ms = 1}, {.ms = 1}, {.ms = 1}}, 0, 4,
+                 VORN_ERR_IO_READ_TIMEOUT, 0, {}, {255, 255, 255, 255, 255},
+                 {2020, 2019, 1918, 1917, 1816}, {100, 100}, 205),
+        ReadCase("gap longer than the interval after the first data",
+                 {{.bytes = {7}, .ms = 2}, {.ms = 11}}, 0, 3, VORN_ERR_IO_READ_TIMEOUT, 1, {7},
+                 {255, 254}, {2015, 10}, {}, 13),
+        ReadCase("five attempts without all bytes",
                  {{.bytes = {1}}, {.bytes = {2}}, {.bytes = {3}}, {.bytes = {4}}, {.bytes = {5}}},
-                 0,
-                 8,
-                 VORN_ERR_IO_READ_TIMEOUT,
-                 5,
-                 {1, 2, 3, 4, 5},
-                 {255, 254, 253, 252, 251},
-                 {2040, 10, 10, 10, 10},
-                 {},
-                 0},
-        ReadCase{"device error ends the read with what came",
-                 {{.bytes = {9}}, {.error = 5}},
-                 0,
-                 3,
-                 5,
-                 1,
-                 {9},
-                 {255, 254},
-                 {2015, 10},
-                 {},
-                 0},
-        ReadCase{"a read of nothing asks the printer nothing",
-                 {{.bytes = {1, 2}}},
-                 0,
-                 0,
-                 VORN_OK,
-                 0,
-                 {},
-                 {},
-                 {},
-                 {},
-                 0},
-        ReadCase{"long reads go straight to the caller's buffer",
-                 {{.bytes = count_up(0, 255)}, {.bytes = count_up(255, 45)}},
-                 1,
-                 300,
-                 VORN_OK,
-                 300,
-                 count_up(0, 300),
-                 {300, 45},
-                 {3500, 10},
-                 {},
-                 0}),
-    [](const auto& info) {
-      std::string name = info.param.what;
-      for (char& ch : name) {
-        if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return name;
-    });
+                 0, 8, VORN_ERR_IO_READ_TIMEOUT, 5, {1, 2, 3, 4, 5}, {255, 254, 253, 252, 251},
+                 {2040, 10, 10, 10, 10}, {}, 0),
+        ReadCase("device error ends the read with what came", {{.bytes = {9}}, {.error = 5}}, 0, 3,
+                 5, 1, {9}, {255, 254}, {2015, 10}, {}, 0),
+        ReadCase("a read of nothing asks the printer nothing", {{.bytes = {1, 2}}}, 0, 0, VORN_OK,
+                 0, {}, {}, {}, {}, 0),
+        ReadCase("long reads go straight to the caller's buffer",
+                 {{.bytes = count_up(0, 255)}, {.bytes = count_up(255, 45)}}, 1, 300, VORN_OK, 300,
+                 count_up(0, 300), {300, 45}, {3500, 10}, {}, 0)),
+    case_name);
 
 TEST_F(UsbPortTest, QuickReadMakesOneShortAttemptAndAlwaysSucceeds) {
   struct {
@@ -460,53 +362,30 @@ const std::string k20b = "1-1.1.1.1.1.1.1.1.1b";
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, UsbListingTest,
-    ::testing::Values(
-        ListCase{"none", {printer("/h", "USB\\VID_1111&PID_0001", "1-1")}, 64, 0, "", 0},
-        ListCase{"two printers joined",
-                 {printer("/a", "USB\\VID_5A3C&PID_7009", k20a),
-                  printer("/h", "USB\\VID_1111&PID_0001", "1-5"),
-                  printer("/r", "USB\\VID_0FE6&PID_811E", "1-6"),
-                  printer("/b", "usb\\vid_5a3d&pid_0042", k20b)},
-                 64,
-                 0,
-                 k20a + "|" + k20b,
-                 42},
-        ListCase{"entry that would fill the buffer is left out",
-                 {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)},
-                 21,
-                 0,
-                 "",
-                 0},
-        ListCase{"one byte more and it fits",
-                 {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)},
-                 22,
-                 0,
-                 k20a,
-                 21},
-        ListCase{"a later shorter entry still fits",
-                 {printer("/a", "USB\\VID_5A3C&PID_7009", k20a),
-                  printer("/b", "USB\\VID_5A3C&PID_7008", "1-2")},
-                 12,
-                 0,
-                 "1-2",
-                 4},
-        ListCase{
-            "flag lists nothing", {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)}, 64, 1, "", 0},
-        ListCase{"location too long or missing gives an empty entry",
-                 {printer("/a", "USB\\VID_5A3C&PID_7009", std::string(128, 'L')),
-                  {"/b", "USB\\VID_5A3C&PID_7009", std::nullopt, "x"},
-                  printer("/c", "USB\\VID_5A3C&PID_7009", std::string(127, 'L'))},
-                 200,
-                 0,
-                 "||" + std::string(127, 'L'),
-                 130}),
-    [](const auto& info) {
-      std::string name = info.param.what;
-      for (char& ch : name) {
-        if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return name;
-    });
+    ::testing::Values(ListCase("none", {printer("/h", "USB\\VID_1111&PID_0001", "1-1")}, 64, 0, "",
+                               0),
+                      ListCase("two printers joined",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", k20a),
+                                printer("/h", "USB\\VID_1111&PID_0001", "1-5"),
+                                printer("/r", "USB\\VID_0FE6&PID_811E", "1-6"),
+                                printer("/b", "usb\\vid_5a3d&pid_0042", k20b)},
+                               64, 0, k20a + "|" + k20b, 42),
+                      ListCase("entry that would fill the buffer is left out",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)}, 21, 0, "", 0),
+                      ListCase("one byte more and it fits",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)}, 22, 0, k20a, 21),
+                      ListCase("a later shorter entry still fits",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", k20a),
+                                printer("/b", "USB\\VID_5A3C&PID_7008", "1-2")},
+                               12, 0, "1-2", 4),
+                      ListCase("flag lists nothing",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", k20a)}, 64, 1, "", 0),
+                      ListCase("location too long or missing gives an empty entry",
+                               {printer("/a", "USB\\VID_5A3C&PID_7009", std::string(128, 'L')),
+                                {"/b", "USB\\VID_5A3C&PID_7009", std::nullopt, "x"},
+                                printer("/c", "USB\\VID_5A3C&PID_7009", std::string(127, 'L'))},
+                               200, 0, "||" + std::string(127, 'L'), 130)),
+    case_name);
 
 TEST(UsbListing, FailedEnumerationAndBadArguments) {
   FakeUsb usb;

@@ -2,7 +2,6 @@
 
 #include <linux/ioctl.h>
 #include <linux/usbdevice_fs.h>
-#include <umockdev.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -80,230 +79,199 @@ std::string describe(const EmulatedDevice& d) {
 
 }  // namespace
 
-struct TestPrinter::Urb {
-  UMockdevIoctlData* data;  // the submitted usbdevfs_urb, referenced
-  gulong client_address;
-};
+// Completes an IN request from what there is to send; false when there is
+// nothing.
+bool TestPrinter::fill(Urb urb) {
+  if (to_send_.empty()) return false;
+  auto* u = reinterpret_cast<usbdevfs_urb*>(urb->data);
+  const size_t n = std::min<size_t>(to_send_.size(), static_cast<size_t>(u->buffer_length));
+  // The handler shares the test's address space: the buffer is libusb's.
+  std::memcpy(u->buffer, to_send_.data(), n);
+  to_send_.erase(to_send_.begin(), to_send_.begin() + static_cast<long>(n));
+  u->actual_length = static_cast<int>(n);
+  u->status = 0;
+  done_.push_back(urb);
+  return true;
+}
 
-struct TestPrinter::State {
-  std::mutex lock;
-  UMockdevIoctlBase* handler = nullptr;
-  Bytes received;
-  Bytes to_send;
-  std::vector<std::pair<Bytes, Bytes>> answers;
-  bool stalled = false;
-  bool driver_bound = true;
-  bool claimed = false;
-  std::deque<Urb> pending_out, pending_in, done, discarded;
-
-  // Completes an IN request from what there is to send; false when there
-  // is nothing.
-  bool fill(const Urb& urb) {
-    if (to_send.empty()) return false;
-    auto* u = reinterpret_cast<usbdevfs_urb*>(urb.data->data);
-    const size_t n = std::min<size_t>(to_send.size(), static_cast<size_t>(u->buffer_length));
-    // The handler shares the test's address space: the buffer is libusb's.
-    std::memcpy(u->buffer, to_send.data(), n);
-    to_send.erase(to_send.begin(), to_send.begin() + static_cast<long>(n));
-    u->actual_length = static_cast<int>(n);
-    u->status = 0;
-    done.push_back(urb);
-    return true;
-  }
-
-  void take(const Urb& urb, UMockdevIoctlData* buffer) {
-    auto* u = reinterpret_cast<usbdevfs_urb*>(urb.data->data);
-    const auto* bytes = static_cast<const uint8_t*>(buffer->data);
-    received.insert(received.end(), bytes, bytes + u->buffer_length);
-    for (const auto& [query, answer] : answers) {
-      if (received.size() >= query.size() &&
-          std::equal(query.begin(), query.end(),
-                     received.end() - static_cast<long>(query.size()))) {
-        to_send.insert(to_send.end(), answer.begin(), answer.end());
-      }
+void TestPrinter::take(Urb urb, UMockdevIoctlData* buffer) {
+  auto* u = reinterpret_cast<usbdevfs_urb*>(urb->data);
+  const auto* bytes = static_cast<const uint8_t*>(buffer->data);
+  received_.insert(received_.end(), bytes, bytes + u->buffer_length);
+  for (const auto& [query, answer] : answers_) {
+    if (received_.size() >= query.size() &&
+        std::equal(query.begin(), query.end(), received_.end() - static_cast<long>(query.size()))) {
+      to_send_.insert(to_send_.end(), answer.begin(), answer.end());
     }
-    u->actual_length = u->buffer_length;
-    u->status = 0;
-    done.push_back(urb);
-    while (!pending_in.empty() && fill(pending_in.front())) pending_in.pop_front();
   }
+  u->actual_length = u->buffer_length;
+  u->status = 0;
+  done_.push_back(urb);
+  while (!pending_in_.empty() && fill(pending_in_.front())) pending_in_.pop_front();
+}
 
-  void reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
-    std::deque<Urb>& from = !discarded.empty() ? discarded : done;
-    if (from.empty()) {
-      umockdev_ioctl_client_complete(client, -1, EAGAIN);
-      return;
+void TestPrinter::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
+  std::deque<Urb>& from = !discarded_.empty() ? discarded_ : done_;
+  if (from.empty()) {
+    umockdev_ioctl_client_complete(client, -1, EAGAIN);
+    return;
+  }
+  Urb urb = from.front();
+  from.pop_front();
+  if (&from == &discarded_) reinterpret_cast<usbdevfs_urb*>(urb->data)->status = -ENOENT;
+  UMockdevIoctlData* pointer = umockdev_ioctl_data_resolve(argument, 0, sizeof(void*), nullptr);
+  umockdev_ioctl_data_set_ptr(pointer, 0, urb);
+  umockdev_ioctl_client_complete(client, 0, 0);
+  umockdev_ioctl_data_unref(pointer);
+  umockdev_ioctl_data_unref(urb);
+}
+
+bool TestPrinter::discard(gulong address) {
+  for (std::deque<Urb>* list : {&pending_out_, &pending_in_}) {
+    for (auto it = list->begin(); it != list->end(); ++it) {
+      if ((*it)->client_addr != address) continue;
+      discarded_.push_back(*it);
+      list->erase(it);
+      return true;
     }
-    Urb urb = from.front();
-    from.pop_front();
-    if (&from == &discarded) reinterpret_cast<usbdevfs_urb*>(urb.data->data)->status = -ENOENT;
-    UMockdevIoctlData* pointer = umockdev_ioctl_data_resolve(argument, 0, sizeof(void*), nullptr);
-    umockdev_ioctl_data_set_ptr(pointer, 0, urb.data);
-    umockdev_ioctl_client_complete(client, 0, 0);
-    umockdev_ioctl_data_unref(pointer);
-    umockdev_ioctl_data_unref(urb.data);
   }
+  return false;
+}
 
-  bool discard(gulong address) {
-    for (std::deque<Urb>* list : {&pending_out, &pending_in}) {
-      for (auto it = list->begin(); it != list->end(); ++it) {
-        if (it->client_address != address) continue;
-        discarded.push_back(*it);
-        list->erase(it);
-        return true;
-      }
+gboolean TestPrinter::handle(UMockdevIoctlClient* client) {
+  std::lock_guard<std::mutex> guard(lock_);
+  const gulong request = umockdev_ioctl_client_get_request(client);
+  UMockdevIoctlData* argument = umockdev_ioctl_client_get_arg(client);
+  switch (request) {
+    case USBDEVFS_GET_CAPABILITIES: {
+      UMockdevIoctlData* caps = umockdev_ioctl_data_resolve(argument, 0, sizeof(guint32), nullptr);
+      *reinterpret_cast<guint32*>(caps->data) = USBDEVFS_CAP_BULK_CONTINUATION |
+                                                USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
+                                                USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+      umockdev_ioctl_client_complete(client, 0, 0);
+      umockdev_ioctl_data_unref(caps);
+      return TRUE;
     }
-    return false;
-  }
-
-  gboolean handle(UMockdevIoctlClient* client) {
-    std::lock_guard<std::mutex> guard(lock);
-    const gulong request = umockdev_ioctl_client_get_request(client);
-    UMockdevIoctlData* argument = umockdev_ioctl_client_get_arg(client);
-    switch (request) {
-      case USBDEVFS_GET_CAPABILITIES: {
-        UMockdevIoctlData* caps =
-            umockdev_ioctl_data_resolve(argument, 0, sizeof(guint32), nullptr);
-        *reinterpret_cast<guint32*>(caps->data) = USBDEVFS_CAP_BULK_CONTINUATION |
-                                                  USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
-                                                  USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
-        umockdev_ioctl_client_complete(client, 0, 0);
-        umockdev_ioctl_data_unref(caps);
+    case USBDEVFS_DISCONNECT_CLAIM:
+      driver_bound_ = false;
+      claimed_ = true;
+      break;
+    case USBDEVFS_CLAIMINTERFACE:
+    case USBDEVFS_RELEASEINTERFACE:
+      claimed_ = request == USBDEVFS_CLAIMINTERFACE;
+      break;
+    case USBDEVFS_IOCTL: {
+      UMockdevIoctlData* call =
+          umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_ioctl), nullptr);
+      const int code = reinterpret_cast<usbdevfs_ioctl*>(call->data)->ioctl_code;
+      umockdev_ioctl_data_unref(call);
+      if (code == static_cast<int>(USBDEVFS_CONNECT)) driver_bound_ = true;
+      if (code == static_cast<int>(USBDEVFS_DISCONNECT)) driver_bound_ = false;
+      break;
+    }
+    case USBDEVFS_CLEAR_HALT:
+    case USBDEVFS_RESETEP:
+    case USBDEVFS_SETINTERFACE:
+      break;
+    case USBDEVFS_SUBMITURB: {
+      Urb urb = umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_urb), nullptr);
+      auto* u = reinterpret_cast<usbdevfs_urb*>(urb->data);
+      if (u->type != USBDEVFS_URB_TYPE_BULK) {
+        umockdev_ioctl_data_unref(urb);
+        umockdev_ioctl_client_complete(client, -1, EINVAL);
         return TRUE;
       }
-      case USBDEVFS_DISCONNECT_CLAIM:
-        driver_bound = false;
-        claimed = true;
-        break;
-      case USBDEVFS_CLAIMINTERFACE:
-        claimed = true;
-        break;
-      case USBDEVFS_RELEASEINTERFACE:
-        claimed = false;
-        break;
-      case USBDEVFS_IOCTL: {
-        UMockdevIoctlData* call =
-            umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_ioctl), nullptr);
-        const int code = reinterpret_cast<usbdevfs_ioctl*>(call->data)->ioctl_code;
-        umockdev_ioctl_data_unref(call);
-        if (code == static_cast<int>(USBDEVFS_CONNECT)) driver_bound = true;
-        if (code == static_cast<int>(USBDEVFS_DISCONNECT)) driver_bound = false;
-        break;
+      if ((u->endpoint & 0x80) == 0) {
+        UMockdevIoctlData* buffer = umockdev_ioctl_data_resolve(
+            urb, G_STRUCT_OFFSET(usbdevfs_urb, buffer), u->buffer_length, nullptr);
+        if (stalled_) {
+          pending_out_.push_back(urb);
+        } else {
+          take(urb, buffer);
+        }
+        umockdev_ioctl_data_unref(buffer);
+      } else if (!fill(urb)) {
+        pending_in_.push_back(urb);
       }
-      case USBDEVFS_CLEAR_HALT:
-      case USBDEVFS_RESETEP:
-      case USBDEVFS_SETINTERFACE:
-        break;
-      case USBDEVFS_SUBMITURB: {
-        UMockdevIoctlData* data =
-            umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_urb), nullptr);
-        auto* u = reinterpret_cast<usbdevfs_urb*>(data->data);
-        if (u->type != USBDEVFS_URB_TYPE_BULK) {
-          umockdev_ioctl_data_unref(data);
-          umockdev_ioctl_client_complete(client, -1, EINVAL);
-          return TRUE;
-        }
-        const Urb urb{data, data->client_addr};
-        if ((u->endpoint & 0x80) == 0) {
-          UMockdevIoctlData* buffer = umockdev_ioctl_data_resolve(
-              data, G_STRUCT_OFFSET(usbdevfs_urb, buffer), u->buffer_length, nullptr);
-          if (stalled) {
-            pending_out.push_back(urb);
-          } else {
-            take(urb, buffer);
-          }
-          umockdev_ioctl_data_unref(buffer);
-        } else if (!fill(urb)) {
-          pending_in.push_back(urb);
-        }
-        break;
-      }
-      case USBDEVFS_REAPURB:
-      case USBDEVFS_REAPURBNDELAY:
-        reap(client, argument);
-        return TRUE;
-      case USBDEVFS_DISCARDURB:
-        if (!discard(*reinterpret_cast<gulong*>(argument->data))) {
-          umockdev_ioctl_client_complete(client, -1, EINVAL);
-          return TRUE;
-        }
-        break;
-      default:
-        return FALSE;
+      break;
     }
-    umockdev_ioctl_client_complete(client, 0, 0);
-    return TRUE;
+    case USBDEVFS_REAPURB:
+    case USBDEVFS_REAPURBNDELAY:
+      reap(client, argument);
+      return TRUE;
+    case USBDEVFS_DISCARDURB:
+      if (!discard(*reinterpret_cast<gulong*>(argument->data))) {
+        umockdev_ioctl_client_complete(client, -1, EINVAL);
+        return TRUE;
+      }
+      break;
+    default:
+      return FALSE;
   }
+  umockdev_ioctl_client_complete(client, 0, 0);
+  return TRUE;
+}
 
-  static gboolean on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-    return static_cast<State*>(self)->handle(client);
-  }
-};
-
-TestPrinter::TestPrinter() : state(std::make_unique<State>()) {}
+gboolean TestPrinter::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
+  return static_cast<TestPrinter*>(self)->handle(client);
+}
 
 TestPrinter::~TestPrinter() {
-  for (std::deque<Urb>* list :
-       {&state->pending_out, &state->pending_in, &state->done, &state->discarded}) {
-    for (const Urb& urb : *list) umockdev_ioctl_data_unref(urb.data);
+  for (std::deque<Urb>* list : {&pending_out_, &pending_in_, &done_, &discarded_}) {
+    for (Urb urb : *list) umockdev_ioctl_data_unref(urb);
   }
-  if (state->handler != nullptr) g_object_unref(state->handler);
+  if (handler_ != nullptr) g_object_unref(handler_);
 }
 
 std::vector<uint8_t> TestPrinter::received() {
-  std::lock_guard<std::mutex> guard(state->lock);
-  return state->received;
+  std::lock_guard<std::mutex> guard(lock_);
+  return received_;
 }
 
 void TestPrinter::set_stalled(bool stalled) {
-  std::lock_guard<std::mutex> guard(state->lock);
-  state->stalled = stalled;
+  std::lock_guard<std::mutex> guard(lock_);
+  stalled_ = stalled;
 }
 
 void TestPrinter::answer(std::vector<uint8_t> query, std::vector<uint8_t> answer) {
-  std::lock_guard<std::mutex> guard(state->lock);
-  state->answers.emplace_back(std::move(query), std::move(answer));
+  std::lock_guard<std::mutex> guard(lock_);
+  answers_.emplace_back(std::move(query), std::move(answer));
 }
 
 bool TestPrinter::kernel_driver_bound() {
-  std::lock_guard<std::mutex> guard(state->lock);
-  return state->driver_bound;
+  std::lock_guard<std::mutex> guard(lock_);
+  return driver_bound_;
 }
 
 bool TestPrinter::interface_claimed() {
-  std::lock_guard<std::mutex> guard(state->lock);
-  return state->claimed;
+  std::lock_guard<std::mutex> guard(lock_);
+  return claimed_;
 }
 
-struct EmulatedUsb::Bed {
-  UMockdevTestbed* testbed = nullptr;
-};
-
-EmulatedUsb::EmulatedUsb() : bed_(std::make_unique<Bed>()) {
-  bed_->testbed = umockdev_testbed_new();
+EmulatedUsb::EmulatedUsb() : testbed_(umockdev_testbed_new()) {
   for (const EmulatedDevice& hub : {EmulatedDevice{"usb1", 1, 0x1D6B, 0x0002, 0x0601, 9},
                                     EmulatedDevice{"1-1", 2, 0x05E3, 0x0608, 0x8537, 9}}) {
-    umockdev_testbed_add_from_string(bed_->testbed, describe(hub).c_str(), nullptr);
+    umockdev_testbed_add_from_string(testbed_, describe(hub).c_str(), nullptr);
   }
 }
 
 EmulatedUsb::~EmulatedUsb() {
   // The handlers go before the testbed that serves them.
   printers_.clear();
-  g_object_unref(bed_->testbed);
+  g_object_unref(testbed_);
 }
 
 TestPrinter& EmulatedUsb::add(const EmulatedDevice& device) {
   auto printer = std::make_unique<TestPrinter>();
   if (device.interface_class != 3) {
-    printer->state->handler = umockdev_ioctl_base_new();
-    g_signal_connect_after(printer->state->handler, "handle-ioctl",
-                           G_CALLBACK(TestPrinter::State::on_ioctl), printer->state.get());
+    printer->handler_ = umockdev_ioctl_base_new();
+    g_signal_connect_after(printer->handler_, "handle-ioctl", G_CALLBACK(TestPrinter::on_ioctl),
+                           printer.get());
     char node[32];
     std::snprintf(node, sizeof node, "/dev/bus/usb/001/%03u", device.address);
-    umockdev_testbed_attach_ioctl(bed_->testbed, node, printer->state->handler, nullptr);
+    umockdev_testbed_attach_ioctl(testbed_, node, printer->handler_, nullptr);
   }
-  umockdev_testbed_add_from_string(bed_->testbed, describe(device).c_str(), nullptr);
+  umockdev_testbed_add_from_string(testbed_, describe(device).c_str(), nullptr);
   printers_.push_back(std::move(printer));
   return *printers_.back();
 }

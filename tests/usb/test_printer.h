@@ -5,9 +5,10 @@
 // and can stop taking data. Only usable in a process run by umockdev-wrapper.
 #pragma once
 
+#include <umockdev.h>
+
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,6 +25,11 @@ struct EmulatedDevice {
 
 class TestPrinter {
  public:
+  TestPrinter() = default;
+  ~TestPrinter();
+  TestPrinter(const TestPrinter&) = delete;
+  TestPrinter& operator=(const TestPrinter&) = delete;
+
   // Bytes the printer took, in order.
   std::vector<uint8_t> received();
   // The printer stops taking data (its OUT requests stay pending) or takes
@@ -35,11 +41,23 @@ class TestPrinter {
   bool kernel_driver_bound();
   bool interface_claimed();
 
-  struct Urb;  // a request libusb submitted
-  struct State;
-  std::unique_ptr<State> state;
-  TestPrinter();
-  ~TestPrinter();
+ private:
+  friend class EmulatedUsb;
+  using Urb = UMockdevIoctlData*;  // a usbdevfs_urb libusb submitted, referenced
+
+  bool fill(Urb urb);
+  void take(Urb urb, UMockdevIoctlData* buffer);
+  void reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
+  bool discard(gulong address);
+  gboolean handle(UMockdevIoctlClient* client);
+  static gboolean on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self);
+
+  std::mutex lock_;  // the ioctl handler runs on umockdev's thread
+  UMockdevIoctlBase* handler_ = nullptr;
+  std::vector<uint8_t> received_, to_send_;
+  std::vector<std::pair<std::vector<uint8_t>, std::vector<uint8_t>>> answers_;
+  bool stalled_ = false, driver_bound_ = true, claimed_ = false;
+  std::deque<Urb> pending_out_, pending_in_, done_, discarded_;
 };
 
 class EmulatedUsb {
@@ -57,8 +75,7 @@ class EmulatedUsb {
   static bool available();
 
  private:
-  struct Bed;
-  std::unique_ptr<Bed> bed_;
+  UMockdevTestbed* testbed_;
   std::vector<std::unique_ptr<TestPrinter>> printers_;
 };
 

@@ -12,6 +12,7 @@
 
 #include "commands.h"
 #include "printer/session.h"
+#include "support/wall_clock.h"
 #include "support/wide_text.h"
 #include "test_printer.h"
 
@@ -19,16 +20,12 @@ namespace vorn::test {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-using Clock = std::chrono::steady_clock;
+using Clock = WallClock;
 
 const EmulatedDevice kVendorClassPrinter{"1-1.4", 5, 0x5A3C, 0x7008, 0x0100, 0xFF};
 const EmulatedDevice kPrinterClassPrinter{"1-2", 3, 0x067E, 0x000D, 0x0200, 7};
 const EmulatedDevice kUnlistedPrinter{"1-3", 4, 0x1234, 0x5678, 0x0100, 7};
 const EmulatedDevice kMouse{"1-1.1", 6, 0x046D, 0xC52B, 0x1200, 3};
-
-long long ms_since(Clock::time_point start) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
 
 class UsbPrinterTest : public ::testing::Test {
  protected:
