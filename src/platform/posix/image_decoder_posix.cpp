@@ -1,4 +1,5 @@
-// The POSIX image decoder: PNG (libpng), JPEG (libjpeg-turbo), GIF (giflib,
+// The POSIX image decoder: PNG (our own reader for the common kinds,
+// libpng for the others), JPEG (libjpeg-turbo), GIF (giflib,
 // first frame) and BMP (our own reader), told apart by their first bytes.
 //
 // Failures: a file that cannot be opened or read gives the errno of that
@@ -140,7 +141,7 @@ int32_t decode(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store)
   const uint8_t* data = file->get();
   switch (format_of(data, size)) {
     case Format::kPng:
-      return decode_png(data, size, store);
+      return decode_png_file(file, size, store);
     case Format::kJpeg:
       return decode_jpeg(data, size, store);
     case Format::kGif:

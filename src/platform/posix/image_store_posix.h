@@ -102,9 +102,17 @@ int32_t decode_jpeg(const uint8_t* data, size_t size, ImageStore* store);
 int32_t decode_gif(const uint8_t* data, size_t size, ImageStore* store);
 int32_t decode_bmp(const uint8_t* data, size_t size, ImageStore* store);
 
-// The same for the file's bytes in `*file`, which the reader may change and
-// may take over into the store, to keep rows that are already there.
+// The common kinds of PNG without libpng: true with the store filled, false
+// (the store left to be thrown away) for a file it leaves to libpng.
+bool decode_png_direct(const uint8_t* data, size_t size, ImageStore* store);
+// Every PNG through libpng; decode_png takes the common kinds itself and
+// passes the others here.
+int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store);
+
+// The same for the file's bytes in `*file`, which the reader may take over
+// into the store, to keep rows that are already there, or use as work space.
 int32_t decode_bmp_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store);
+int32_t decode_png_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store);
 
 // The size probe's readers: the same checks and results as the readers
 // above with `size_only` set, reading only as far into `file` as the

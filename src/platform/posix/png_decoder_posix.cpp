@@ -1,4 +1,5 @@
-// PNG through libpng. 1-bit images (palette or gray) keep their packed rows
+// Every PNG through libpng (the common kinds usually take the direct reader,
+// png_direct_decoder_posix.cpp). 1-bit images (palette or gray) keep their packed rows
 // and two colour table entries; everything else becomes 8-bit RGBA, which is
 // composited on white into the store.
 //
@@ -207,7 +208,7 @@ int32_t reported_depth(const PngHeader& header, bool has_trns) {
 
 }  // namespace
 
-int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
+int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store) {
   PngReadStruct reader;
   if (!reader.ready()) return ENOMEM;
   png_structp png = reader.png();
