@@ -85,7 +85,7 @@ class FilePrinter {
   bool ready_ = false;
 };
 
-// Arg 0: from the PNG; 1: from the BMP, whose decoding is a copy.
+// Arg 0: from the PNG; 1: from the BMP, whose rows are used where they are read.
 void BM_PrintImage_Receipt(benchmark::State& state) {
   FilePrinter printer(u"VR-T80A");  // 576 dots per line
   if (!printer.ready()) return state.SkipWithError("no printer on a file port");

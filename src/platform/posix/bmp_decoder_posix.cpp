@@ -3,6 +3,7 @@
 // the core (12-byte) or any later info header. Compressed bitmaps (RLE and
 // embedded JPEG/PNG) are refused. Every offset is checked against the file's
 // size before it is read.
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -72,6 +73,12 @@ bool default_masks(BmpLayout* layout) {
   return layout->red.set(0xFF0000) && layout->green.set(0x00FF00) && layout->blue.set(0x0000FF);
 }
 
+// read_layout looks at no byte past this many: the file header, an info
+// header's fields and the bit-field masks after it. Bytes further on are
+// only checked to lie within the file.
+constexpr size_t kLayoutBytes = kFileHeaderBytes + kInfoHeaderBytes + 16;
+
+// `data` holds the file's first min(size, kLayoutBytes) bytes at least.
 bool read_layout(const uint8_t* data, size_t size, BmpLayout* layout) {
   if (!within(size, 0, kFileHeaderBytes + 4)) return false;
   layout->pixel_offset = le32(data + 10);
@@ -213,6 +220,42 @@ int32_t decode_bmp(const uint8_t* data, size_t size, ImageStore* store) {
     }
   }
   return 0;
+}
+
+// 24-bit and 1-bit rows are used where they lie in the file: a printed
+// picture is then read from disk into one buffer and never copied.
+int32_t decode_bmp_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store) {
+  uint8_t* data = file->get();
+  BmpLayout layout;
+  if (!read_layout(data, size, &layout)) return kUndecodableImage;
+  if (layout.bits != 24 && layout.bits != 1) return decode_bmp(data, size, store);
+  const bool one_bit = layout.bits == 1;
+  const int32_t result = store->check_size(layout.width, layout.height, one_bit);
+  if (result != 0) return result;
+  store->bits_per_pixel = static_cast<int32_t>(layout.bits);
+  if (one_bit) {
+    store->palette[0] = palette_entry(data, layout, 0);
+    store->palette[1] = palette_entry(data, layout, 1);
+  }
+  store->blue_first = !one_bit;
+  const auto stride = static_cast<ptrdiff_t>(layout.stride);
+  uint8_t* first_row = data + layout.pixel_offset;
+  uint8_t* top = layout.top_down ? first_row : first_row + (store->height - 1) * stride;
+  store->keep(std::move(*file), top, layout.top_down ? stride : -stride);
+  return 0;
+}
+
+int32_t measure_bmp(FileInput* file, ImageStore* store) {
+  uint8_t head[kLayoutBytes];
+  const size_t got = file->read(head, sizeof head);
+  BmpLayout layout;
+  // A file shorter than kLayoutBytes is read whole, and read_layout checks
+  // every offset against its size; a longer one has all kLayoutBytes here.
+  if (got != std::min<uint64_t>(file->size(), sizeof head) ||
+      !read_layout(head, static_cast<size_t>(file->size()), &layout)) {
+    return kUndecodableImage;
+  }
+  return store->check_size(layout.width, layout.height, layout.bits == 1);
 }
 
 }  // namespace vorn::platform

@@ -14,15 +14,19 @@
 namespace vorn::platform {
 namespace {
 
+// The file in memory, or (`file` set) read on demand.
 struct GifInput {
   const uint8_t* data;
   size_t size;
   size_t position;
+  FileInput* file;
 };
 
 int read_bytes(GifFileType* gif, GifByteType* out, int count) {
   auto* input = static_cast<GifInput*>(gif->UserData);
   if (count <= 0) return 0;
+  if (input->file != nullptr)
+    return static_cast<int>(input->file->read(out, static_cast<size_t>(count)));
   const size_t n = std::min(static_cast<size_t>(count), input->size - input->position);
   std::memcpy(out, input->data + input->position, n);
   input->position += n;
@@ -114,9 +118,10 @@ int32_t read_frame(GifFileType* gif, int transparent, ImageStore* store) {
 
 }  // namespace
 
-int32_t decode_gif(const uint8_t* data, size_t size, ImageStore* store) {
-  GifInput input{data, size, 0};
-  GifFile file(&input);
+namespace {
+
+int32_t decode_gif_input(GifInput* input, ImageStore* store) {
+  GifFile file(input);
   GifFileType* gif = file.get();
   if (gif == nullptr) return file.open_failure();
   int transparent = kNoTransparency;
@@ -134,6 +139,19 @@ int32_t decode_gif(const uint8_t* data, size_t size, ImageStore* store) {
         return kUndecodableImage;
     }
   }
+}
+
+}  // namespace
+
+int32_t decode_gif(const uint8_t* data, size_t size, ImageStore* store) {
+  GifInput input{data, size, 0, nullptr};
+  return decode_gif_input(&input, store);
+}
+
+// read_frame stops after the frame's descriptor when only the size is wanted.
+int32_t measure_gif(FileInput* file, ImageStore* store) {
+  GifInput input{nullptr, 0, 0, file};
+  return decode_gif_input(&input, store);
 }
 
 }  // namespace vorn::platform

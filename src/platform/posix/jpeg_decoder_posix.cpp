@@ -23,11 +23,19 @@
 namespace vorn::platform {
 namespace {
 
+// The size probe's source: the file read on demand, a block at a time.
+struct FileSource {
+  jpeg_source_mgr manager;
+  FileInput* file;
+  JOCTET block[4096];
+};
+
 // Trivially destructible: it crosses longjmp.
 struct JpegReader {
   jpeg_decompress_struct info;
   jpeg_error_mgr errors;
   std::jmp_buf failed;
+  FileSource source;
 };
 
 [[noreturn]] void jump_out(j_common_ptr info) {
@@ -57,9 +65,58 @@ bool create_reader(JpegReader* reader) {
   return true;
 }
 
-bool read_header(JpegReader* reader, const uint8_t* data, size_t size) {
+void no_start(j_decompress_ptr) {}
+
+// At the end of the file, as libjpeg's memory source does: a warning (which
+// ends the reading, see on_message) and an end-of-image marker.
+boolean fill_block(j_decompress_ptr info) {
+  FileSource& source = static_cast<JpegReader*>(info->client_data)->source;
+  size_t got = source.file->read(source.block, sizeof source.block);
+  if (got == 0) {
+    WARNMS(info, JWRN_JPEG_EOF);
+    source.block[0] = 0xFF;
+    source.block[1] = JPEG_EOI;
+    got = 2;
+  }
+  source.manager.next_input_byte = source.block;
+  source.manager.bytes_in_buffer = got;
+  return TRUE;
+}
+
+void skip_bytes(j_decompress_ptr info, long count) {
+  if (count <= 0) return;
+  FileSource& source = static_cast<JpegReader*>(info->client_data)->source;
+  const auto wanted = static_cast<size_t>(count);
+  if (wanted <= source.manager.bytes_in_buffer) {
+    source.manager.next_input_byte += wanted;
+    source.manager.bytes_in_buffer -= wanted;
+    return;
+  }
+  source.file->skip(wanted - source.manager.bytes_in_buffer);
+  source.manager.bytes_in_buffer = 0;
+}
+
+void set_file_source(JpegReader* reader, FileInput* file) {
+  FileSource& source = reader->source;
+  source.file = file;
+  source.manager.init_source = no_start;
+  source.manager.fill_input_buffer = fill_block;
+  source.manager.skip_input_data = skip_bytes;
+  source.manager.resync_to_restart = jpeg_resync_to_restart;
+  source.manager.term_source = no_start;
+  source.manager.next_input_byte = nullptr;
+  source.manager.bytes_in_buffer = 0;
+  reader->info.src = &source.manager;
+}
+
+// Reads the headers from memory, or from `file` when it is set.
+bool read_header(JpegReader* reader, const uint8_t* data, size_t size, FileInput* file) {
   if (setjmp(reader->failed)) return false;
-  jpeg_mem_src(&reader->info, data, static_cast<unsigned long>(size));
+  if (file != nullptr) {
+    set_file_source(reader, file);
+  } else {
+    jpeg_mem_src(&reader->info, data, static_cast<unsigned long>(size));
+  }
   jpeg_read_header(&reader->info, TRUE);
   const J_COLOR_SPACE source = reader->info.jpeg_color_space;
   reader->info.out_color_space = source == JCS_CMYK || source == JCS_YCCK ? JCS_CMYK : JCS_RGB;
@@ -116,7 +173,7 @@ int32_t decode_jpeg(const uint8_t* data, size_t size, ImageStore* store) {
   JpegReaderOwner owner;
   if (!owner.create()) return ENOMEM;
   JpegReader* reader = owner.get();
-  if (!read_header(reader, data, size)) return kUndecodableImage;
+  if (!read_header(reader, data, size, nullptr)) return kUndecodableImage;
   const jpeg_decompress_struct& info = reader->info;
   const bool cmyk = info.out_color_space == JCS_CMYK;
   const int32_t result = store->allocate(info.output_width, info.output_height, false);
@@ -128,6 +185,14 @@ int32_t decode_jpeg(const uint8_t* data, size_t size, ImageStore* store) {
     if (!cmyk_row) return ENOMEM;
   }
   return read_rows(reader, cmyk_row.get(), store) ? 0 : kUndecodableImage;
+}
+
+int32_t measure_jpeg(FileInput* file, ImageStore* store) {
+  JpegReaderOwner owner;
+  if (!owner.create()) return ENOMEM;
+  JpegReader* reader = owner.get();
+  if (!read_header(reader, nullptr, 0, file)) return kUndecodableImage;
+  return store->check_size(reader->info.output_width, reader->info.output_height, false);
 }
 
 }  // namespace vorn::platform

@@ -1,4 +1,5 @@
-// PNG through libpng. 1-bit images (palette or gray) keep their packed rows
+// Every PNG through libpng (the common kinds usually take the direct reader,
+// png_direct_decoder_posix.cpp). 1-bit images (palette or gray) keep their packed rows
 // and two colour table entries; everything else becomes 8-bit RGBA, which is
 // composited on white into the store.
 //
@@ -19,11 +20,13 @@
 namespace vorn::platform {
 namespace {
 
-// Trivially destructible: it crosses longjmp.
+// The file in memory, or (`file` set) read on demand. Trivially
+// destructible: it crosses longjmp.
 struct PngInput {
   const uint8_t* data;
   size_t size;
   size_t position;
+  FileInput* file;
 };
 
 struct PngHeader {
@@ -36,6 +39,10 @@ struct PngHeader {
 
 void read_bytes(png_structp png, png_bytep out, size_t count) {
   auto* input = static_cast<PngInput*>(png_get_io_ptr(png));
+  if (input->file != nullptr) {
+    if (input->file->read(out, count) != count) png_error(png, "file ends early");
+    return;
+  }
   if (count > input->size - input->position) png_error(png, "file ends early");
   std::memcpy(out, input->data + input->position, count);
   input->position += count;
@@ -201,12 +208,12 @@ int32_t reported_depth(const PngHeader& header, bool has_trns) {
 
 }  // namespace
 
-int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
+int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store) {
   PngReadStruct reader;
   if (!reader.ready()) return ENOMEM;
   png_structp png = reader.png();
   png_infop info = reader.info();
-  PngInput input{data, size, 0};
+  PngInput input{data, size, 0, nullptr};
   png_set_read_fn(png, &input, read_bytes);
 
   PngHeader header{};
@@ -249,6 +256,18 @@ int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
     target.rows = rows.get();
   }
   return read_colour_rows(png, info, &header, &target, store) ? 0 : kUndecodableImage;
+}
+
+int32_t measure_png(FileInput* file, ImageStore* store) {
+  PngReadStruct reader;
+  if (!reader.ready()) return ENOMEM;
+  PngInput input{nullptr, 0, 0, file};
+  png_set_read_fn(reader.png(), &input, read_bytes);
+  PngHeader header{};
+  if (!read_header(reader.png(), reader.info(), &header)) return kUndecodableImage;
+  const bool one_bit = header.bit_depth == 1 && (header.colour_type == PNG_COLOR_TYPE_PALETTE ||
+                                                 header.colour_type == PNG_COLOR_TYPE_GRAY);
+  return store->check_size(header.width, header.height, one_bit);
 }
 
 }  // namespace vorn::platform
