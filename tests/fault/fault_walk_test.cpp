@@ -36,26 +36,16 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 // The platform calls that can fail, and how each can fail.
+// clang-format off
 enum class Slot {
-  kOpen,
-  kWrite,
-  kRead,
-  kToNarrow,
-  kToWide,
-  kMessage,
-  kStart,
-  kLoad,
-  kMeasure,
-  kSocketSetup,
-  kConnect,
-  kWait,
-  kQuery,
-  kSend,
-  kReceive,  // sockets
-  kLine,
-  kPurge,      // serial lines
-  kEnumerate,  // USB devices
+  kOpen, kWrite, kRead,                                     // device files
+  kToNarrow, kToWide, kMessage,                             // text
+  kStart, kLoad, kMeasure,                                  // image decoding
+  kSocketSetup, kConnect, kWait, kQuery, kSend, kReceive,   // sockets
+  kLine, kPurge,                                            // serial lines
+  kEnumerate,                                               // USB devices
 };
+// clang-format on
 
 std::vector<int32_t> failures_of(Slot slot) {
   // 0 stands for "no error number, but no result either": a write or read

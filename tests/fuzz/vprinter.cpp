@@ -3,8 +3,9 @@
 // size says, no wider than the paper, no taller than a picture may be) and
 // can be saved, and the stream cut into pieces, as a connection delivers it,
 // prints and answers exactly what it prints and answers in one piece.
-#include <cstring>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine.h"
@@ -22,10 +23,10 @@ struct Printed {
 };
 
 std::string digest(const Bitmap& picture, const char* kind) {
-  uint64_t hash = 1469598103934665603u;
-  for (uint8_t dot : picture.dots) hash = (hash ^ dot) * 1099511628211u;
+  const std::string_view dots(reinterpret_cast<const char*>(picture.dots.data()),
+                              picture.dots.size());
   return std::string(kind) + " " + std::to_string(picture.width) + "x" +
-         std::to_string(picture.height) + " " + std::to_string(hash);
+         std::to_string(picture.height) + " " + std::to_string(std::hash<std::string_view>{}(dots));
 }
 
 Printed print(vorn::vprinter::Fonts& fonts, const vorn::vprinter::EngineOptions& options,
