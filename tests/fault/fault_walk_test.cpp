@@ -1,8 +1,9 @@
-// Every exported function, made to fail in turn at each allocation and at
-// each platform call that can fail (with every failure that call can give).
-// Whatever fails, the call returns a result code and throws nothing, the
-// command buffer holds what it held before, or what a send that went out or
-// failed left there, and nothing leaks (LeakSanitizer checks at exit).
+// Every exported function, on each kind of port, made to fail in turn at
+// each allocation and at each platform call that can fail (with every
+// failure that call can give). Whatever fails, the call returns a result
+// code and throws nothing, the command buffer holds what it held before, or
+// what a send that went out or failed left there, and nothing leaks
+// (LeakSanitizer checks at exit).
 #include <gtest/gtest.h>
 #include <vorn/vorn.h>
 
@@ -17,11 +18,17 @@
 #include "platform/clock.h"
 #include "platform/device_file.h"
 #include "platform/image_decoder.h"
+#include "platform/serial_line.h"
+#include "platform/socket.h"
 #include "platform/text.h"
+#include "platform/usb.h"
 #include "printer/session.h"
 #include "support/api_calls.h"
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/fake_serial_line.h"
+#include "support/fake_sockets.h"
+#include "support/fake_usb.h"
 
 namespace vorn::test {
 namespace {
@@ -29,7 +36,16 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 // The platform calls that can fail, and how each can fail.
-enum class Slot { kOpen, kWrite, kRead, kToNarrow, kToWide, kMessage, kStart, kLoad, kMeasure };
+// clang-format off
+enum class Slot {
+  kOpen, kWrite, kRead,                                     // device files
+  kToNarrow, kToWide, kMessage,                             // text
+  kStart, kLoad, kMeasure,                                  // image decoding
+  kSocketSetup, kConnect, kWait, kQuery, kSend, kReceive,   // sockets
+  kLine, kPurge,                                            // serial lines
+  kEnumerate,                                               // USB devices
+};
+// clang-format on
 
 std::vector<int32_t> failures_of(Slot slot) {
   // 0 stands for "no error number, but no result either": a write or read
@@ -50,21 +66,47 @@ std::vector<int32_t> failures_of(Slot slot) {
       return {ENOENT, EILSEQ, ENOMEM, 0};
     case Slot::kMeasure:
       return {ENOENT, EILSEQ};
+    // 0: a connect or wait whose limit ran out; a send that took nothing, a
+    // receive or look that found the peer gone.
+    case Slot::kSocketSetup:
+      return {EMFILE, EACCES};
+    case Slot::kConnect:
+      return {ECONNREFUSED, EINTR, 0};
+    case Slot::kWait:
+      return {EINTR, EBADF, 0};
+    case Slot::kQuery:
+      return {EBADF};
+    case Slot::kSend:
+      return {ECONNRESET, EPIPE, EINTR, EAGAIN, 0};
+    case Slot::kReceive:
+      return {ECONNRESET, EINTR, EAGAIN, 0};
+    // 1 and 2: the line's settings could not be read, or not be written.
+    case Slot::kLine:
+      return {1, 2};
+    case Slot::kPurge:
+      return {EIO, EINTR};
+    case Slot::kEnumerate:
+      return {EACCES, ENOMEM};
   }
   return {};
 }
 // Writes can also take part of what they are given and report no error.
 constexpr int32_t kShortWrite = -1;
 
-// Which platform call fails, and how; the calls seen so far.
+// Which platform call fails, and how, and which later one fails after it;
+// the calls seen so far.
 struct Plan {
   int64_t fail_at = -1;
   int32_t failure = 0;
+  int64_t then_at = -1;
+  int32_t then_failure = 0;
   std::vector<Slot> seen;
   bool hit(Slot slot) {
     AllocationFaults::Pause fixture;
     seen.push_back(slot);
-    return static_cast<int64_t>(seen.size()) - 1 == fail_at;
+    const int64_t index = static_cast<int64_t>(seen.size()) - 1;
+    if (index == then_at) failure = then_failure;
+    return index == fail_at || index == then_at;
   }
 };
 Plan* plan = nullptr;
@@ -154,6 +196,139 @@ int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
   return decoder_below->measure(path, width, height);
 }
 
+const platform::SocketOps* sockets_below = nullptr;
+
+int32_t socket_startup() {
+  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
+  return sockets_below->startup();
+}
+void socket_cleanup() {
+  sockets_below->cleanup();
+}
+int32_t parse_ipv4(const char* text, uint32_t* address) {
+  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
+  return sockets_below->parse_ipv4(text, address);
+}
+int32_t open_tcp(platform::SocketHandle* out) {
+  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
+  AllocationFaults::Pause fixture;
+  return sockets_below->open_tcp(out);
+}
+int32_t set_option(platform::SocketHandle socket, platform::SocketOption option, uint32_t value) {
+  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
+  AllocationFaults::Pause fixture;
+  return sockets_below->set_option(socket, option, value);
+}
+int32_t bind(platform::SocketHandle socket, const platform::Ipv4Endpoint& local) {
+  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
+  return sockets_below->bind(socket, local);
+}
+platform::SocketConnect connect(platform::SocketHandle socket, const platform::Ipv4Endpoint& remote,
+                                uint32_t limit_ms) {
+  if (plan->hit(Slot::kConnect)) return {.error = plan->failure, .timed_out = plan->failure == 0};
+  AllocationFaults::Pause fixture;
+  return sockets_below->connect(socket, remote, limit_ms);
+}
+platform::SocketWait wait(platform::SocketHandle socket, platform::WaitFor what,
+                          uint32_t limit_ms) {
+  if (plan->hit(Slot::kWait)) return {.error = plan->failure, .ready = false};
+  return sockets_below->wait(socket, what, limit_ms);
+}
+int32_t pending_error(platform::SocketHandle socket, int32_t* value) {
+  if (plan->hit(Slot::kQuery)) return plan->failure;
+  return sockets_below->pending_error(socket, value);
+}
+platform::SocketTransfer send(platform::SocketHandle socket, const uint8_t* data, uint32_t length) {
+  AllocationFaults::Pause fixture;
+  if (!plan->hit(Slot::kSend)) return sockets_below->send(socket, data, length);
+  if (plan->failure == kShortWrite) return sockets_below->send(socket, data, length / 2);
+  return {.error = plan->failure, .count = 0};
+}
+platform::SocketTransfer recv(platform::SocketHandle socket, uint8_t* buffer, uint32_t length) {
+  if (plan->hit(Slot::kReceive)) return {.error = plan->failure, .count = 0};
+  AllocationFaults::Pause fixture;
+  return sockets_below->recv(socket, buffer, length);
+}
+platform::SocketTransfer peek(platform::SocketHandle socket) {
+  if (plan->hit(Slot::kReceive)) return {.error = plan->failure, .count = 0};
+  return sockets_below->peek(socket);
+}
+void shutdown(platform::SocketHandle socket, platform::ShutdownHow how) {
+  sockets_below->shutdown(socket, how);
+}
+void close_socket(platform::SocketHandle socket) {
+  AllocationFaults::Pause fixture;
+  sockets_below->close(socket);
+}
+bool is_connection_reset(int32_t error) {
+  return sockets_below->is_connection_reset(error);
+}
+constexpr platform::SocketOps kSockets = {
+    .startup = socket_startup,
+    .cleanup = socket_cleanup,
+    .parse_ipv4 = parse_ipv4,
+    .open_tcp = open_tcp,
+    .set_option = set_option,
+    .bind = bind,
+    .connect = connect,
+    .wait = wait,
+    .pending_error = pending_error,
+    .send = send,
+    .recv = recv,
+    .peek = peek,
+    .shutdown = shutdown,
+    .close = close_socket,
+    .is_connection_reset = is_connection_reset,
+};
+
+const platform::SerialLineOps* line_below = nullptr;
+
+platform::LineSetup configure(platform::DeviceHandle handle, uint32_t baud_rate) {
+  if (plan->hit(Slot::kLine)) {
+    return plan->failure == 1 ? platform::LineSetup::kReadFailed
+                              : platform::LineSetup::kWriteFailed;
+  }
+  AllocationFaults::Pause fixture;
+  return line_below->configure(handle, baud_rate);
+}
+bool get_timeouts(platform::DeviceHandle handle, platform::LineTimeouts* out) {
+  if (plan->hit(Slot::kLine)) return false;
+  AllocationFaults::Pause fixture;
+  return line_below->get_timeouts(handle, out);
+}
+bool set_timeouts(platform::DeviceHandle handle, const platform::LineTimeouts& timeouts) {
+  if (plan->hit(Slot::kLine)) return false;
+  AllocationFaults::Pause fixture;
+  return line_below->set_timeouts(handle, timeouts);
+}
+bool set_queue_sizes(platform::DeviceHandle handle, uint32_t input, uint32_t output) {
+  if (plan->hit(Slot::kLine)) return false;
+  AllocationFaults::Pause fixture;
+  return line_below->set_queue_sizes(handle, input, output);
+}
+int32_t purge(platform::DeviceHandle handle) {
+  if (plan->hit(Slot::kPurge)) return plan->failure;
+  AllocationFaults::Pause fixture;
+  return line_below->purge(handle);
+}
+constexpr platform::SerialLineOps kLine = {
+    .files = &kDevice,
+    .configure = configure,
+    .get_timeouts = get_timeouts,
+    .set_timeouts = set_timeouts,
+    .set_queue_sizes = set_queue_sizes,
+    .purge = purge,
+};
+
+// The USB family's transfers reach the device-file table in force, the
+// failing one above; only the device list fails here.
+const platform::UsbOps* usb_below = nullptr;
+
+int32_t enumerate(platform::UsbVisitor visit, void* context) {
+  if (plan->hit(Slot::kEnumerate)) return plan->failure;
+  return usb_below->enumerate(visit, context);
+}
+
 // Installs the failing tables over the ones in force for one run.
 class FaultyPlatform {
  public:
@@ -174,12 +349,23 @@ class FaultyPlatform {
     decoder_.stop = stop;
     decoder_.load = load;
     decoder_.measure = decoder_below->measure ? measure : nullptr;
+    sockets_below = &platform::socket_ops();
+    line_below = &platform::serial_line();
+    usb_below = &platform::usb();
+    usb_ = *usb_below;
+    usb_.enumerate = enumerate;
+    platform::install_socket_ops(&kSockets);
+    platform::install_serial_line(&kLine);
+    platform::install_usb(&usb_);
     platform::install_device_file(&kDevice);
     platform::install_clock(&kClock);
     platform::install_text(&text_);
     platform::install_image_decoder(&decoder_);
   }
   ~FaultyPlatform() {
+    platform::install_usb(usb_below);
+    platform::install_serial_line(line_below);
+    platform::install_socket_ops(sockets_below);
     platform::install_image_decoder(nullptr);
     platform::install_text(nullptr);
     platform::install_clock(clock_below);
@@ -190,6 +376,7 @@ class FaultyPlatform {
  private:
   platform::TextOps text_;
   platform::ImageDecoderOps decoder_;
+  platform::UsbOps usb_;
 };
 
 struct Send {
@@ -231,33 +418,65 @@ Bytes pending(VORN_PRINTER printer) {
   return {context.buffer, context.buffer + context.length};
 }
 
-// The answer the scripted printer gives to every question: a version text
-// whose first bytes also serve as one-byte status answers.
-void script_answers(FakeDevice& fake) {
-  fake.idle_read_ms = 500;
-  for (int i = 0; i < 2; ++i) fake.read_script.push_back({.bytes = {'_', '1', '.', '2', ' ', 0}});
-}
+// The kinds of port the calls run on, each on its scripted fake.
+struct Link {
+  const char* name;
+  const char* port;
+  const char16_t* printer_port;
+};
+constexpr Link kLinks[] = {
+    {"parallel", "LPT1", u"LPT1"},
+    {"serial", "COM2,9600", u"COM2,9600"},
+    {"network", "NET,10.0.0.7", u"NET,10.0.0.7"},
+    {"usb", "USB", u"USB"},
+};
 
-// Runs `call` once with allocation `fail_allocation` failing (-1: none) and
-// platform call `plan.fail_at` failing.
-template <typename Call>
-Run run_once(const Call& call, int64_t fail_allocation, Plan plan_for_run) {
-  Run run;
+// The scripted devices behind every kind of port. The printer answers every
+// question with a version text whose first bytes also serve as one-byte
+// status answers.
+struct Fakes {
+  Fakes() {
+    device.idle_read_ms = 500;
+    usb.devices = {{"/usb/printer", "USB\\VID_5A3C&PID_7008&REV_0100", "1-3", "usbprint"}};
+    for (int i = 0; i < 2; ++i) {
+      device.read_script.push_back({.bytes = {'_', '1', '.', '2', ' ', 0}});
+      sockets.recvs.push_back({.bytes = {'_', '1', '.', '2', ' ', 0}});
+    }
+  }
+  // The next write on `link` fails with EIO and takes nothing.
+  void fail_next_write(const Link& link) {
+    if (link.printer_port[0] == u'N') {
+      sockets.sends.push_back({.error = EIO});
+    } else {
+      device.write_script.push_back({.accept = 0, .error = EIO});
+    }
+  }
+
   FakeClock clock;
-  FakeDevice fake;
-  script_answers(fake);
+  FakeDevice device;
+  FakeSockets sockets;
+  FakeSerialLine line;
+  FakeUsb usb;
+};
+
+// Runs `call` on `link` once with allocation `fail_allocation` failing (-1:
+// none) and platform call `plan.fail_at` failing.
+template <typename Call>
+Run run_once(const Call& call, const Link& link, int64_t fail_allocation, Plan plan_for_run) {
+  Run run;
+  Fakes fakes;
   VORN_PRINTER printer = nullptr;
   VORN_PORT port = nullptr;
   if constexpr (std::is_same_v<Call, PrinterCall>) {
     printer = PrinterCreatorS("VR-T80A");
-    EXPECT_EQ(PortOpen(printer, u"LPT1"), VORN_OK);
+    EXPECT_EQ(PortOpen(printer, link.printer_port), VORN_OK);
     // Bytes of an earlier call wait in the buffer: its write failed.
-    fake.write_script.push_back({.accept = 0, .error = EIO});
+    fakes.fail_next_write(link);
     EXPECT_EQ(FeedLine(printer, 1), EIO);
     printer->port->write = recording_write;
     run.before = pending(printer);
   } else if constexpr (std::is_same_v<Call, PortCall>) {
-    EXPECT_EQ(vorn_io_port_creator(&port, "LPT1"), VORN_OK);
+    EXPECT_EQ(vorn_io_port_creator(&port, link.port), VORN_OK);
     EXPECT_EQ(vorn_io_open(port), VORN_OK);
   }
   Args args;
@@ -309,12 +528,12 @@ void expect_buffer_consistent(const Run& clean, const Run& run, const std::strin
 }
 
 template <typename Call>
-void walk(const Call& call) {
-  const Run clean = run_once(call, -1, {});
+void walk(const Call& call, const Link& link) {
+  const Run clean = run_once(call, link, -1, {});
   ASSERT_FALSE(clean.threw) << call.name;
   for (int64_t i = 0; i < clean.allocations; ++i) {
     const std::string what = std::string(call.name) + ", allocation " + std::to_string(i);
-    const Run run = run_once(call, i, {});
+    const Run run = run_once(call, link, i, {});
     EXPECT_FALSE(run.threw) << what;
     // Out of memory is reported as such: by the library, or as the
     // system's number when a platform call ran out.
@@ -326,14 +545,31 @@ void walk(const Call& call) {
     expect_buffer_consistent(clean, run, what);
   }
   for (size_t i = 0; i < clean.platform_calls.size(); ++i) {
-    std::vector<int32_t> failures = failures_of(clean.platform_calls[i]);
-    if (clean.platform_calls[i] == Slot::kWrite) failures.push_back(kShortWrite);
+    const Slot slot = clean.platform_calls[i];
+    std::vector<int32_t> failures = failures_of(slot);
+    if (slot == Slot::kWrite || slot == Slot::kSend) failures.push_back(kShortWrite);
     for (int32_t failure : failures) {
       const std::string what = std::string(call.name) + ", platform call " + std::to_string(i) +
                                " fails with " + std::to_string(failure);
-      const Run run = run_once(call, -1, {.fail_at = static_cast<int64_t>(i), .failure = failure});
+      const Plan first{.fail_at = static_cast<int64_t>(i), .failure = failure};
+      const Run run = run_once(call, link, -1, first);
       EXPECT_FALSE(run.threw) << what;
       expect_buffer_consistent(clean, run, what);
+      // A reset, or a send that took nothing, makes the driver connect
+      // again: each call after it fails in turn as well.
+      if (slot != Slot::kSend || (failure != ECONNRESET && failure != 0)) continue;
+      for (size_t j = i + 1; j < run.platform_calls.size(); ++j) {
+        for (int32_t then : failures_of(run.platform_calls[j])) {
+          Plan second = first;
+          second.then_at = static_cast<int64_t>(j);
+          second.then_failure = then;
+          const Run again = run_once(call, link, -1, second);
+          const std::string and_then =
+              what + ", then call " + std::to_string(j) + " with " + std::to_string(then);
+          EXPECT_FALSE(again.threw) << and_then;
+          expect_buffer_consistent(clean, again, and_then);
+        }
+      }
     }
   }
 }
@@ -358,9 +594,14 @@ class FaultWalk : public ::testing::Test {
 };
 
 TEST_F(FaultWalk, EveryCallFailsCleanlyAtEachAllocationAndPlatformCall) {
-  for (const PrinterCall& call : printer_calls()) walk(call);
-  for (const PortCall& call : port_calls()) walk(call);
-  for (const FreeCall& call : free_calls()) walk(call);
+  for (const Link& link : kLinks) {
+    SCOPED_TRACE(link.name);
+    set_printer_port(link.printer_port);
+    for (const PrinterCall& call : printer_calls()) walk(call, link);
+    for (const PortCall& call : port_calls()) walk(call, link);
+  }
+  set_printer_port(u"LPT1");
+  for (const FreeCall& call : free_calls()) walk(call, kLinks[0]);
 }
 
 }  // namespace

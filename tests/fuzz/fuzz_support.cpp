@@ -59,14 +59,17 @@ class ScratchFolder {
 
 }  // namespace
 
-std::u16string scratch_file(const char* name, std::span<const uint8_t> bytes) {
+std::string scratch_path(const char* name) {
   static ScratchFolder folder;
-  const std::filesystem::path path = folder.path() / name;
+  return (folder.path() / name).string();
+}
+
+std::u16string scratch_file(const char* name, std::span<const uint8_t> bytes) {
+  const std::string path = scratch_path(name);
   std::ofstream(path, std::ios::binary | std::ios::trunc)
       .write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
-  const std::string text = path.string();
-  return std::u16string(text.begin(), text.end());
+  return std::u16string(path.begin(), path.end());
 }
 
 }  // namespace vorn::fuzz

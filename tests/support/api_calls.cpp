@@ -93,6 +93,11 @@ std::u16string& image_path() {
   return path;
 }
 
+std::u16string& printer_port() {
+  static std::u16string name = u"LPT1";
+  return name;
+}
+
 std::string narrow(const std::u16string& text) {
   ValueScope scope;
   return std::string(text.begin(), text.end());
@@ -103,7 +108,8 @@ constexpr uint32_t kReadRoom = 64;
 
 // The handle's raw and reading calls.
 constexpr PrinterCall kPrinterCalls[] = {
-    {"PortOpen", [](VORN_PRINTER h, Args& a) { return PortOpen(h, a.text(u"LPT1").c_str()); }},
+    {"PortOpen",
+     [](VORN_PRINTER h, Args& a) { return PortOpen(h, a.text(printer_port()).c_str()); }},
     {"PortClose", [](VORN_PRINTER h, Args&) { return PortClose(h); }},
     {"DirectIO",
      [](VORN_PRINTER h, Args& a) {
@@ -361,6 +367,12 @@ constexpr FreeCall kFreeCalls[] = {
        if (result == VORN_OK) vorn_io_port_destroy(port);
        return result;
      }},
+    {"vorn_io_list_usb",
+     [](Args& a) {
+       char text[64];
+       uint32_t used = 0;
+       return vorn_io_list_usb(text, std::clamp(a.number(64), 0, 64), &used, a.number(0));
+     }},
     {"vorn_io_uri_*",
      [](Args& a) {
        vorn_uri record;
@@ -389,6 +401,10 @@ std::span<const uint8_t> sample_image_file() {
 
 void set_sample_image(std::u16string path) {
   image_path() = std::move(path);
+}
+
+void set_printer_port(std::u16string name) {
+  printer_port() = std::move(name);
 }
 
 const VORN_WCHAR* sample_image() {

@@ -47,6 +47,9 @@ std::span<const uint8_t> sample_image_file();
 // picture every model that prints images takes.
 void set_sample_image(std::u16string path);
 const VORN_WCHAR* sample_image();
+// The port PortOpen opens unless the arguments say otherwise ("LPT1" until
+// set): the fault walk opens each kind of port in turn.
+void set_printer_port(std::u16string name);
 
 struct PrinterCall {
   const char* name;

@@ -13,6 +13,7 @@
 #include "platform/serial_line.h"
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/fake_serial_line.h"
 #include "support/platform_expect.h"
 
 namespace vorn::test {
@@ -21,49 +22,6 @@ namespace {
 using platform::LineSetup;
 using platform::LineTimeouts;
 using Calls = std::vector<std::string>;
-
-// Records every line call in order, with the timeouts set as a text; each
-// step can be told to fail.
-struct FakeSerialLine {
-  FakeSerialLine() {
-    current = this;
-    ops.files = &platform::device_file();  // the FakeDevice installed before
-    platform::install_serial_line(&ops);
-  }
-  ~FakeSerialLine() { platform::install_serial_line(nullptr); }
-
-  LineSetup configure_result = LineSetup::kDone;
-  bool get_ok = true, set_ok = true, queue_ok = true;
-  int32_t purge_error = 0;
-  Calls calls;
-
-  static inline FakeSerialLine* current = nullptr;
-  template <typename Result>
-  static Result log(std::string call, Result result) {
-    current->calls.push_back(std::move(call));
-    return result;
-  }
-  static LineSetup configure(platform::DeviceHandle, uint32_t baud_rate) {
-    return log("configure " + std::to_string(baud_rate), current->configure_result);
-  }
-  static bool get(platform::DeviceHandle, LineTimeouts* out) {
-    *out = {};
-    return log("get", current->get_ok);
-  }
-  static bool set(platform::DeviceHandle, const LineTimeouts& t) {
-    std::string text = "set ";
-    for (uint32_t value : {t.read_interval, t.read_multiplier, t.read_constant, t.write_multiplier,
-                           t.write_constant})
-      text += std::to_string(value) + ",";
-    text.pop_back();
-    return log(text, current->set_ok);
-  }
-  static bool queue(platform::DeviceHandle, uint32_t input, uint32_t output) {
-    return log("queue " + std::to_string(input) + "/" + std::to_string(output), current->queue_ok);
-  }
-  static int32_t purge(platform::DeviceHandle) { return log("purge", current->purge_error); }
-  platform::SerialLineOps ops{nullptr, configure, get, set, queue, purge};
-};
 
 class SerialPort : public ::testing::Test {
  protected:

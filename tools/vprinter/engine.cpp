@@ -156,18 +156,22 @@ void Engine::finish() {
 
 // Text: characters of the code table in force, or GBK pairs in Chinese
 // mode. Returns the bytes used; a lead byte whose partner may still come
-// waits for it.
+// waits for it, and so does the start of the version question, which a
+// connection may deliver in pieces.
 size_t Engine::text(Bytes run, bool more_may_come) {
   static constexpr std::string_view kVersionQuery = "ZZZGETVERSION";
   size_t i = 0;
   while (i < run.size()) {
     const uint8_t b = run[i];
-    if ((options_.type_flags & 0x2) != 0 && b == 'Z' &&
-        std::string_view(reinterpret_cast<const char*>(run.data() + i),
-                         std::min(run.size() - i, kVersionQuery.size())) == kVersionQuery) {
-      firmware_query(run.subspan(i, kVersionQuery.size()));
-      i += kVersionQuery.size();
-      continue;
+    if ((options_.type_flags & 0x2) != 0 && b == 'Z') {
+      const std::string_view rest(reinterpret_cast<const char*>(run.data() + i),
+                                  std::min(run.size() - i, kVersionQuery.size()));
+      if (rest == kVersionQuery) {
+        firmware_query(run.subspan(i, kVersionQuery.size()));
+        i += kVersionQuery.size();
+        continue;
+      }
+      if (more_may_come && kVersionQuery.starts_with(rest)) return i;
     }
     if (chinese_ && b >= 0x81 && b <= 0xFE) {
       if (i + 1 >= run.size()) {
