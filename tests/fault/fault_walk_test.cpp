@@ -29,6 +29,7 @@
 #include "support/fake_serial_line.h"
 #include "support/fake_sockets.h"
 #include "support/fake_usb.h"
+#include "support/wide_text.h"
 
 namespace vorn::test {
 namespace {
@@ -425,10 +426,10 @@ struct Link {
   const char16_t* printer_port;
 };
 constexpr Link kLinks[] = {
-    {"parallel", "LPT1", u"LPT1"},
-    {"serial", "COM2,9600", u"COM2,9600"},
-    {"network", "NET,10.0.0.7", u"NET,10.0.0.7"},
-    {"usb", "USB", u"USB"},
+    {"parallel", "LPT1", VW("LPT1")},
+    {"serial", "COM2,9600", VW("COM2,9600")},
+    {"network", "NET,10.0.0.7", VW("NET,10.0.0.7")},
+    {"usb", "USB", VW("USB")},
 };
 
 // The scripted devices behind every kind of port. The printer answers every
@@ -445,7 +446,7 @@ struct Fakes {
   }
   // The next write on `link` fails with EIO and takes nothing.
   void fail_next_write(const Link& link) {
-    if (link.printer_port[0] == u'N') {
+    if (link.printer_port[0] == VW('N')) {
       sockets.sends.push_back({.error = EIO});
     } else {
       device.write_script.push_back({.accept = 0, .error = EIO});
@@ -583,7 +584,7 @@ class FaultWalk : public ::testing::Test {
     const auto bytes = sample_image_file();
     std::fwrite(bytes.data(), 1, bytes.size(), file);
     std::fclose(file);
-    set_sample_image(std::u16string(image_.begin(), image_.end()));
+    set_sample_image(WideString(image_.begin(), image_.end()));
     Args::value_guard = AllocationFaults::hold;
   }
   static void TearDownTestSuite() {
@@ -600,7 +601,7 @@ TEST_F(FaultWalk, EveryCallFailsCleanlyAtEachAllocationAndPlatformCall) {
     for (const PrinterCall& call : printer_calls()) walk(call, link);
     for (const PortCall& call : port_calls()) walk(call, link);
   }
-  set_printer_port(u"LPT1");
+  set_printer_port(VW("LPT1"));
   for (const FreeCall& call : free_calls()) walk(call, kLinks[0]);
 }
 

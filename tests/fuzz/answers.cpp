@@ -9,6 +9,7 @@
 
 #include "fuzz_support.h"
 #include "support/api_calls.h"
+#include "support/wide_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vorn::test::Args args({data, size});
@@ -43,8 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       break;
     }
     case 3:
-      PrintTwoQRCode(session.handle(), u"https://example.com/a", detail % 9, 0, 0, u"b", detail % 7,
-                     200, 0);
+      PrintTwoQRCode(session.handle(), VW("https://example.com/a"), detail % 9, 0, 0, VW("b"),
+                     detail % 7, 200, 0);
       break;
     default: {
       const uint32_t room = detail % 16;

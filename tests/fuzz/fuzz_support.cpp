@@ -8,6 +8,7 @@
 
 #include "printer/catalogue.h"
 #include "printer/session.h"
+#include "support/wide_text.h"
 
 namespace vorn::fuzz {
 
@@ -19,7 +20,7 @@ void fail(const char* file, int line, const char* condition) {
 Session::Session(const char* model) {
   printer_ = PrinterCreatorS(model);
   FUZZ_CHECK(printer_ != nullptr);
-  FUZZ_CHECK(PortOpen(printer_, u"LPT1") == VORN_OK);
+  FUZZ_CHECK(PortOpen(printer_, VW("LPT1")) == VORN_OK);
 }
 
 Session::~Session() {
@@ -64,12 +65,12 @@ std::string scratch_path(const char* name) {
   return (folder.path() / name).string();
 }
 
-std::u16string scratch_file(const char* name, std::span<const uint8_t> bytes) {
+WideString scratch_file(const char* name, std::span<const uint8_t> bytes) {
   const std::string path = scratch_path(name);
   std::ofstream(path, std::ios::binary | std::ios::trunc)
       .write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
-  return std::u16string(path.begin(), path.end());
+  return WideString(path.begin(), path.end());
 }
 
 }  // namespace vorn::fuzz

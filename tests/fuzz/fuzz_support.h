@@ -13,6 +13,7 @@
 
 #include "support/fake_clock.h"
 #include "support/fake_device.h"
+#include "support/wide_text.h"
 
 #define FUZZ_CHECK(condition)                                           \
   do {                                                                  \
@@ -46,7 +47,7 @@ class Session {
 const char* model_name(uint32_t index);
 
 // Writes `bytes` to a file of this process's scratch folder; its UTF-16 path.
-std::u16string scratch_file(const char* name, std::span<const uint8_t> bytes);
+WideString scratch_file(const char* name, std::span<const uint8_t> bytes);
 // The path of a file in that folder, which is removed when the process ends.
 std::string scratch_path(const char* name);
 

@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "support/wide_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::u16string path = vorn::fuzz::scratch_file("input.img", {data, size});
+  const WideString path = vorn::fuzz::scratch_file("input.img", {data, size});
   const auto* file = reinterpret_cast<const VORN_WCHAR*>(path.c_str());
   // A receipt model without compression, a mobile model with it: both
   // raster paths and both size limits.

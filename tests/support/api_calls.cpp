@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "support/wide_text.h"
+
 namespace vorn::test {
 namespace {
 
@@ -49,15 +51,15 @@ int32_t Args::number(int32_t typical) {
   }
 }
 
-std::u16string Args::text(std::u16string_view typical) {
+WideString Args::text(std::u16string_view typical) {
   ValueScope scope;
-  if (bytes_.empty()) return std::u16string(typical);
+  if (bytes_.empty()) return WideString(typical);
   const uint8_t head = byte();
-  if (head == 0) return std::u16string(typical);
+  if (head == 0) return WideString(typical);
   // Narrow units keep most texts short and printable; wide ones reach every
   // code unit, surrogates included.
   const bool wide = (head & 0x80) != 0;
-  std::u16string text;
+  WideString text;
   for (int i = 0; i < (head & 0x7F) && !bytes_.empty(); ++i) {
     text.push_back(static_cast<char16_t>(take(wide ? 2 : 1)));
   }
@@ -88,17 +90,17 @@ constexpr uint8_t kSampleBmp[] = {
     0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00,  // top row: white, black
 };
 
-std::u16string& image_path() {
-  static std::u16string path;
+WideString& image_path() {
+  static WideString path;
   return path;
 }
 
-std::u16string& printer_port() {
-  static std::u16string name = u"LPT1";
+WideString& printer_port() {
+  static WideString name = VW("LPT1");
   return name;
 }
 
-std::string narrow(const std::u16string& text) {
+std::string narrow(const WideString& text) {
   ValueScope scope;
   return std::string(text.begin(), text.end());
 }
@@ -166,28 +168,28 @@ constexpr PrinterCall kPrinterCalls[] = {
     {"SetPrintSpeed", [](VORN_PRINTER h, Args& a) { return SetPrintSpeed(h, a.number(2)); }},
     {"PrintText",
      [](VORN_PRINTER h, Args& a) {
-       const std::u16string text = a.text(u"Total 12,50\n");
+       const WideString text = a.text(VW("Total 12,50\n"));
        return PrintText(h, text.c_str(), a.number(1), a.number(8), a.number(0x11));
      }},
     {"PrintTextS",
-     [](VORN_PRINTER h, Args& a) { return PrintTextS(h, a.text(u"Thank you\n").c_str()); }},
+     [](VORN_PRINTER h, Args& a) { return PrintTextS(h, a.text(VW("Thank you\n")).c_str()); }},
     {"PrintBarCode",
      [](VORN_PRINTER h, Args& a) {
-       const std::u16string data = a.text(u"{BNo.{C123456");
+       const WideString data = a.text(VW("{BNo.{C123456"));
        return PrintBarCode(h, a.number(73), data.c_str(), a.number(2), a.number(80), a.number(1),
                            a.number(2));
      }},
     {"PrintSymbol",
      [](VORN_PRINTER h, Args& a) {
-       const std::u16string data = a.text(u"https://example.com/r/42");
+       const WideString data = a.text(VW("https://example.com/r/42"));
        return PrintSymbol(h, a.number(103), data.c_str(), a.number(0x31), a.number(4), a.number(0),
                           a.number(1));
      }},
     {"PrintTwoQRCode",
      [](VORN_PRINTER h, Args& a) {
-       const std::u16string first = a.text(u"first");
+       const WideString first = a.text(VW("first"));
        const int32_t module1 = a.number(3), x1 = a.number(0), y1 = a.number(0);
-       const std::u16string second = a.text(u"second");
+       const WideString second = a.text(VW("second"));
        return PrintTwoQRCode(h, first.c_str(), module1, x1, y1, second.c_str(), a.number(3),
                              a.number(200), a.number(0));
      }},
@@ -272,7 +274,7 @@ constexpr PrinterCall kPrinterCalls[] = {
 constexpr PortCall kPortCalls[] = {
     {"vorn_io_set_uri",
      [](VORN_PORT p, Args& a) {
-       const std::u16string uri = a.text(u"vorn:/dev/bus/LPT/LPT2");
+       const WideString uri = a.text(VW("vorn:/dev/bus/LPT/LPT2"));
        return vorn_io_set_uri(p, narrow(uri).c_str());
      }},
     {"vorn_io_get_uri",
@@ -328,13 +330,13 @@ constexpr FreeCall kFreeCalls[] = {
     {"PrinterCreator+PrinterDestroy",
      [](Args& a) {
        VORN_PRINTER printer = nullptr;
-       const int32_t result = PrinterCreator(&printer, a.text(u"VR-T80A").c_str());
+       const int32_t result = PrinterCreator(&printer, a.text(VW("VR-T80A")).c_str());
        if (result == VORN_OK) PrinterDestroy(printer);
        return result;
      }},
     {"PrinterCreatorS+PrinterDestroy",
      [](Args& a) {
-       VORN_PRINTER printer = PrinterCreatorS(narrow(a.text(u"VR-M60A")).c_str());
+       VORN_PRINTER printer = PrinterCreatorS(narrow(a.text(VW("VR-M60A"))).c_str());
        return printer != nullptr ? PrinterDestroy(printer) : kNullHandle;
      }},
     {"FormatError",
@@ -355,7 +357,7 @@ constexpr FreeCall kFreeCalls[] = {
     {"vorn_io_port_creator+vorn_io_port_destroy",
      [](Args& a) {
        VORN_PORT port = nullptr;
-       const int32_t result = vorn_io_port_creator(&port, narrow(a.text(u"COM2,9600")).c_str());
+       const int32_t result = vorn_io_port_creator(&port, narrow(a.text(VW("COM2,9600"))).c_str());
        if (result == VORN_OK) vorn_io_port_destroy(port);
        return result;
      }},
@@ -363,7 +365,7 @@ constexpr FreeCall kFreeCalls[] = {
      [](Args& a) {
        VORN_PORT port = nullptr;
        const int32_t result =
-           vorn_io_port_creator(&port, narrow(a.text(u"NET,192.168.1.100")).c_str());
+           vorn_io_port_creator(&port, narrow(a.text(VW("NET,192.168.1.100"))).c_str());
        if (result == VORN_OK) vorn_io_port_destroy(port);
        return result;
      }},
@@ -377,7 +379,7 @@ constexpr FreeCall kFreeCalls[] = {
      [](Args& a) {
        vorn_uri record;
        int32_t result = vorn_io_uri_from_str(
-           &record, narrow(a.text(u"vorn:/dev/bus/COM/COM1?baudrate=9600")).c_str());
+           &record, narrow(a.text(VW("vorn:/dev/bus/COM/COM1?baudrate=9600"))).c_str());
        char text[VORN_URI_MAX_TEXT + 1];
        if (result == VORN_OK) result = vorn_io_uri_to_str(&record, text, sizeof text);
        if (result == VORN_OK && vorn_io_uri_get_option(&record, "baudrate") == nullptr) {
@@ -399,11 +401,11 @@ std::span<const uint8_t> sample_image_file() {
   return kSampleBmp;
 }
 
-void set_sample_image(std::u16string path) {
+void set_sample_image(WideString path) {
   image_path() = std::move(path);
 }
 
-void set_printer_port(std::u16string name) {
+void set_printer_port(WideString name) {
   printer_port() = std::move(name);
 }
 

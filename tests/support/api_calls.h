@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "support/wide_text.h"
+
 namespace vorn::test {
 
 // Arguments of one call: with no bytes every value is the typical one; with
@@ -25,7 +27,7 @@ class Args {
   explicit Args(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
   int32_t number(int32_t typical);
-  std::u16string text(std::u16string_view typical);
+  WideString text(std::u16string_view typical);
   std::vector<uint8_t> bytes(std::initializer_list<uint8_t> typical);
   // A raw byte, 0 when none is left.
   uint8_t byte();
@@ -45,11 +47,11 @@ class Args {
 std::span<const uint8_t> sample_image_file();
 // The image file the image calls name (UTF-16, zero-terminated); a small
 // picture every model that prints images takes.
-void set_sample_image(std::u16string path);
+void set_sample_image(WideString path);
 const VORN_WCHAR* sample_image();
 // The port PortOpen opens unless the arguments say otherwise ("LPT1" until
 // set): the fault walk opens each kind of port in turn.
-void set_printer_port(std::u16string name);
+void set_printer_port(WideString name);
 
 struct PrinterCall {
   const char* name;
