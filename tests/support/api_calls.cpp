@@ -51,7 +51,7 @@ int32_t Args::number(int32_t typical) {
   }
 }
 
-WideString Args::text(std::u16string_view typical) {
+WideString Args::text(std::basic_string_view<VORN_WCHAR> typical) {
   ValueScope scope;
   if (bytes_.empty()) return WideString(typical);
   const uint8_t head = byte();
@@ -61,7 +61,7 @@ WideString Args::text(std::u16string_view typical) {
   const bool wide = (head & 0x80) != 0;
   WideString text;
   for (int i = 0; i < (head & 0x7F) && !bytes_.empty(); ++i) {
-    text.push_back(static_cast<char16_t>(take(wide ? 2 : 1)));
+    text.push_back(static_cast<VORN_WCHAR>(take(wide ? 2 : 1)));
   }
   return text;
 }

@@ -27,7 +27,7 @@ class Args {
   explicit Args(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
   int32_t number(int32_t typical);
-  WideString text(std::u16string_view typical);
+  WideString text(std::basic_string_view<VORN_WCHAR> typical);
   std::vector<uint8_t> bytes(std::initializer_list<uint8_t> typical);
   // A raw byte, 0 when none is left.
   uint8_t byte();
