@@ -44,7 +44,7 @@ constexpr const char* kUsage =
     "  vorn render FILE [-o DIR] [--model NAME]   draws captured ESC/POS bytes as PNGs\n"
     "printer commands, each with --model NAME (default unknown) and --port PORT;\n"
     "PORT is a port URI (vorn:/dev/bus/LPT//tmp/out.prn) or a comma form\n"
-    "(COM1,9600  NET,192.168.1.100  USB  USB,1-1.4  LPT1):\n"
+    "(COM1,9600  NET,127.0.0.1  USB  USB,1-1.4  LPT1):\n"
     "  vorn send (--hex \"1b 40 ...\" | --file PATH)      raw bytes\n"
     "  vorn text TEXT [--align 0|1|2] [--bold] [--size 0x11]\n"
     "      a line feed is added unless TEXT ends with one\n"

@@ -98,7 +98,8 @@ enum vorn_result {
 typedef struct vorn_printer_object* VORN_PRINTER;
 
 /* A port handle, created from a port URI or a comma form such as "COM1,9600",
- * "NET,192.168.1.100", "USB", "LPT1" or "/path/to/existing/file" as LPT. */
+ * "NET,192.168.1.100", "USB" or "LPT1"; an existing file is written as a
+ * parallel port named by its path: "vorn:/dev/bus/LPT//path/to/file". */
 typedef struct vorn_port_object* VORN_PORT;
 
 /* Port kinds, chosen from the URI type. */
