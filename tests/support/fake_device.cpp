@@ -42,6 +42,7 @@ platform::Attempt write(platform::DeviceHandle, const uint8_t* data, uint32_t le
   attempt.error = step.error;
   attempt.timed_out = step.timed_out;
   current->written.insert(current->written.end(), data, data + attempt.done);
+  if (step.meanwhile) step.meanwhile();
   spend(step.ms);
   return attempt;
 }
@@ -70,12 +71,25 @@ bool is_no_data_error(int32_t error) {
   return error == kNoDataError;
 }
 
+void cancel(platform::DeviceHandle) {
+  ++current->cancels;
+}
+
 constexpr platform::DeviceFileOps kFakeDeviceOps = {
     .open_existing = open_existing,
     .close = close_device,
     .write = write,
     .read = read,
     .is_no_data_error = is_no_data_error,
+    .cancel = cancel,
+};
+constexpr platform::DeviceFileOps kNoCancelOps = {
+    .open_existing = open_existing,
+    .close = close_device,
+    .write = write,
+    .read = read,
+    .is_no_data_error = is_no_data_error,
+    .cancel = nullptr,
 };
 
 }  // namespace
@@ -88,6 +102,10 @@ FakeDevice::FakeDevice() {
 FakeDevice::~FakeDevice() {
   platform::install_device_file(nullptr);
   current = nullptr;
+}
+
+void FakeDevice::cannot_cancel() {
+  platform::install_device_file(&kNoCancelOps);
 }
 
 FakeDevice* FakeDevice::active() {
