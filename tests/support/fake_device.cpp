@@ -94,14 +94,17 @@ constexpr platform::DeviceFileOps kNoCancelOps = {
 
 }  // namespace
 
-FakeDevice::FakeDevice() {
+// Fakes may nest (two sessions at once): the inner one hands back what was
+// in force before it, so that a port opened on the outer fake is still
+// closed there and never by the system's device files.
+FakeDevice::FakeDevice() : outer_(current) {
   current = this;
-  platform::install_device_file(&kFakeDeviceOps);
+  below_ = platform::install_device_file(&kFakeDeviceOps);
 }
 
 FakeDevice::~FakeDevice() {
-  platform::install_device_file(nullptr);
-  current = nullptr;
+  platform::install_device_file(below_);
+  current = outer_;
 }
 
 void FakeDevice::cannot_cancel() {

@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+namespace vorn::platform {
+struct DeviceFileOps;
+}
+
 namespace vorn::test {
 
 // How the device answers one write attempt.
@@ -56,6 +60,10 @@ class FakeDevice {
   std::vector<uint32_t> read_waits;      // wait limit given to each read attempt
 
   static FakeDevice* active();
+
+ private:
+  FakeDevice* outer_;
+  const platform::DeviceFileOps* below_ = nullptr;
 };
 
 }  // namespace vorn::test
