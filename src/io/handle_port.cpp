@@ -250,24 +250,39 @@ int32_t handle_port_get_uri(void* raw, char* buffer, uint32_t size, uint32_t* le
   return VORN_OK;
 }
 
+// The open flag and the handle change under the port lock, as the kill mark
+// does: a kill from another thread then cancels either the open handle or
+// none, never one that is being closed.
 int32_t handle_port_close(void* raw) {
   HandlePortState* state = as_state(raw);
   if (state == nullptr) return VORN_OK;
-  if (state->handle != platform::kNoDevice) {
-    state->device().close(state->handle);
+  platform::DeviceHandle handle = platform::kNoDevice;
+  under_port_lock([&] {
+    handle = state->handle;
     state->handle = platform::kNoDevice;
-  }
-  state->open = 0;
+    state->open = 0;
+  });
+  if (handle != platform::kNoDevice) state->device().close(handle);
   return VORN_OK;
 }
 
+// The mark stops the transfer before its next attempt; the device family's
+// cancel, where it has one, also cuts short the attempt that is waiting now.
 int32_t handle_port_kill(void* raw) {
   HandlePortState* state = as_state(raw);
   if (state == nullptr) return VORN_ERR_IO_INVALID_HANDLE;
   if (!state->has_uri) return VORN_ERR_IO_INVALID_SETTING;
-  if (!state->open) return VORN_ERR_IO_NOT_OPEN;
-  set_kill_mark(state->kill_mark);
-  return VORN_OK;
+  int32_t result = VORN_OK;
+  under_port_lock([&] {
+    if (!state->open) {
+      result = VORN_ERR_IO_NOT_OPEN;
+      return;
+    }
+    state->kill_mark = 1;
+    const auto cancel = state->device().cancel;
+    if (cancel != nullptr && state->handle != platform::kNoDevice) cancel(state->handle);
+  });
+  return result;
 }
 
 int32_t handle_port_flush(void* raw) {
@@ -294,8 +309,10 @@ int32_t handle_port_open_device(HandlePortState* state) {
   int32_t error =
       state->device().open_existing(state->device_path, state->overlapped != 0, &handle);
   if (error != 0) return error;
-  state->handle = handle;
-  state->open = 1;
+  under_port_lock([&] {
+    state->handle = handle;
+    state->open = 1;
+  });
   return VORN_OK;
 }
 
@@ -342,6 +359,8 @@ int32_t chunked_write(HandlePortState* state, const uint8_t* data, uint32_t offs
       p += attempt.done;
       remaining -= attempt.done;
       if (chunk_done >= chunk || error != 0) break;
+      // An attempt that a kill cut short did not run out of time.
+      if (kill_marked(state->kill_mark)) break;
       const uint32_t d = now() - mark;
       elapsed += d;
       wait_left = wait_left > d ? wait_left - d : 0;

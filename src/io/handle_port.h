@@ -18,8 +18,8 @@ struct HandlePortState {
   uint8_t has_uri;
   char uri[256];       // normalised URI, zero-terminated
   char port_name[32];  // the USB driver's port name
-  uint8_t open;
-  uint8_t kill_mark;  // only under the port lock
+  uint8_t open;        // changed only under the port lock, with `handle`
+  uint8_t kill_mark;   // only under the port lock
   uint32_t timeouts[kTimeoutCount];
   uint32_t transfer_unit;  // largest piece handed to one write attempt
   char device_path[256];

@@ -46,4 +46,9 @@ void set_kill_mark(uint8_t& mark) {
   mark = 1;
 }
 
+void under_port_lock(void (*action)(void* context), void* context) {
+  std::lock_guard<std::mutex> guard(port_mutex);
+  action(context);
+}
+
 }  // namespace vorn::io

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 namespace vorn::io {
 
@@ -18,5 +19,15 @@ uint32_t port_count();
 // from another thread is seen by the running transfer's next attempt.
 bool kill_marked(const uint8_t& mark);
 void set_kill_mark(uint8_t& mark);
+
+// Runs `action` under the port lock, for the few steps that must not
+// interleave with a kill: handing a port's device handle in or out, and the
+// kill itself. The action is short and does not take the lock again.
+void under_port_lock(void (*action)(void* context), void* context);
+template <typename Action>
+void under_port_lock(Action&& action) {
+  under_port_lock(
+      [](void* context) { (*static_cast<std::remove_reference_t<Action>*>(context))(); }, &action);
+}
 
 }  // namespace vorn::io

@@ -133,6 +133,9 @@ platform::Attempt read_device(platform::DeviceHandle handle, uint8_t* buffer, ui
 bool no_data_error(int32_t) {
   return false;
 }
+void cancel_device(platform::DeviceHandle handle) {
+  platform::usb().cancel(handle);
+}
 
 constexpr platform::DeviceFileOps kUsbTransfers = {
     .open_existing = open_device,
@@ -140,6 +143,7 @@ constexpr platform::DeviceFileOps kUsbTransfers = {
     .write = write_device,
     .read = read_device,
     .is_no_data_error = no_data_error,
+    .cancel = cancel_device,
 };
 
 const platform::DeviceFileOps& usb_transfers() {
@@ -188,16 +192,6 @@ int32_t open(void* raw) {
   // A second open must not leave the first claim of the printer behind.
   handle_port_close(&state->core);
   return handle_port_open_device(&state->core);
-}
-
-int32_t kill(void* raw) {
-  UsbState* state = as_usb(raw);
-  const int32_t result = handle_port_kill(state);
-  // The mark stops the next attempt; the running one is cut short here.
-  if (result == VORN_OK && state->core.handle != platform::kNoDevice) {
-    platform::usb().cancel(state->core.handle);
-  }
-  return result;
 }
 
 int32_t write(void* raw, const uint8_t* data, uint32_t offset, uint32_t length,
@@ -276,7 +270,7 @@ const DriverOps kUsbDriverOps = {
     .get_uri = handle_port_get_uri,
     .open = open,
     .close = handle_port_close,
-    .kill = kill,
+    .kill = handle_port_kill,
     .flush = handle_port_flush,
     .set_timeout = handle_port_set_timeout,
     .get_timeout = handle_port_get_timeout,

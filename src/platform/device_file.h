@@ -37,6 +37,13 @@ struct DeviceFileOps {
   // back (a printer port that cannot be read): byte-polling reads treat them
   // as "nothing arrived".
   bool (*is_no_data_error)(int32_t error);
+  // Cuts short the attempt running on `handle` and every later one: each
+  // returns soon with the bytes it moved so far, no error and not timed out.
+  // Called from another thread while an attempt on the handle may be running;
+  // never while the handle is being closed (the core keeps the two apart).
+  // Null when the family cannot cut an attempt short: a kill is then seen
+  // only between attempts.
+  void (*cancel)(DeviceHandle handle);
 };
 
 // The device to open for a parallel port name, zero-terminated in `out`.

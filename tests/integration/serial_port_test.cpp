@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 #include <vorn/vorn.h>
@@ -173,6 +174,46 @@ TEST_F(SerialPty, WriteThatTheLineDoesNotTakeRunsOutOfTime) {
   EXPECT_GT(transferred, 0u);
   EXPECT_LT(transferred, data.size());
   EXPECT_LT(ms_since(start), 2000);
+}
+
+// Zero timeouts set no limit on the line; a kill from another thread ends a
+// write the line does not take, or a read still waiting for most of its
+// bytes, with what moved so far.
+TEST_F(SerialPty, KillFromAnotherThreadEndsATransferWithoutTimeLimit) {
+  for (const bool writing : {true, false}) {
+    SCOPED_TRACE(writing ? "write" : "read");
+    vorn_io_port_destroy(port_);
+    ASSERT_EQ(open(), 0);
+    reopen_with(0, 0, 0);
+    Bytes data(1 << 20, 0x55);
+    uint32_t done = 0;
+    Clock::time_point killed_at;
+    std::thread killer([&] {
+      // Under way once the written bytes reach the master side, or once the
+      // read took the two bytes sent to it; a moment later it waits.
+      if (!writing) send({'a', 'b'});
+      int queued = writing ? 0 : 1;
+      while (ioctl(writing ? master_ : slave_, FIONREAD, &queued) == 0 &&
+             (queued == 0) == writing) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      killed_at = Clock::now();
+      EXPECT_EQ(vorn_io_kill(port_), 0);
+    });
+    EXPECT_EQ(writing ? vorn_io_write(port_, data.data(), 0, 1 << 20, &done)
+                      : vorn_io_read(port_, data.data(), 0, 16, &done),
+              0);
+    const Clock::time_point returned_at = Clock::now();
+    killer.join();
+    EXPECT_LT(returned_at - killed_at, std::chrono::seconds(2));
+    if (writing) {
+      EXPECT_GT(done, 0u);
+      EXPECT_LT(done, data.size());
+    } else {
+      EXPECT_EQ(Bytes(data.begin(), data.begin() + done), (Bytes{'a', 'b'}));
+    }
+  }
 }
 
 TEST_F(SerialPty, OpenFailuresGiveTheirCodes) {

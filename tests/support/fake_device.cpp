@@ -42,6 +42,7 @@ platform::Attempt write(platform::DeviceHandle, const uint8_t* data, uint32_t le
   attempt.error = step.error;
   attempt.timed_out = step.timed_out;
   current->written.insert(current->written.end(), data, data + attempt.done);
+  if (step.meanwhile) step.meanwhile();
   spend(step.ms);
   return attempt;
 }
@@ -70,24 +71,44 @@ bool is_no_data_error(int32_t error) {
   return error == kNoDataError;
 }
 
+void cancel(platform::DeviceHandle) {
+  ++current->cancels;
+}
+
 constexpr platform::DeviceFileOps kFakeDeviceOps = {
     .open_existing = open_existing,
     .close = close_device,
     .write = write,
     .read = read,
     .is_no_data_error = is_no_data_error,
+    .cancel = cancel,
+};
+constexpr platform::DeviceFileOps kNoCancelOps = {
+    .open_existing = open_existing,
+    .close = close_device,
+    .write = write,
+    .read = read,
+    .is_no_data_error = is_no_data_error,
+    .cancel = nullptr,
 };
 
 }  // namespace
 
-FakeDevice::FakeDevice() : previous_device_(current) {
+// Fakes may nest (two sessions at once): the inner one hands back what was
+// in force before it, so that a port opened on the outer fake is still
+// closed there and never by the system's device files.
+FakeDevice::FakeDevice() : outer_(current) {
   current = this;
-  previous_ops_ = platform::install_device_file(&kFakeDeviceOps);
+  below_ = platform::install_device_file(&kFakeDeviceOps);
 }
 
 FakeDevice::~FakeDevice() {
-  platform::install_device_file(previous_ops_);
-  current = previous_device_;
+  platform::install_device_file(below_);
+  current = outer_;
+}
+
+void FakeDevice::cannot_cancel() {
+  platform::install_device_file(&kNoCancelOps);
 }
 
 FakeDevice* FakeDevice::active() {

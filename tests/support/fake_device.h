@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,10 +15,11 @@ namespace vorn::test {
 
 // How the device answers one write attempt.
 struct WriteStep {
-  uint32_t accept = UINT32_MAX;  // takes at most this many bytes
-  int32_t error = 0;             // system error reported by the attempt
-  bool timed_out = false;        // the attempt's wait ran out
-  uint32_t ms = 0;               // time the attempt takes
+  uint32_t accept = UINT32_MAX;     // takes at most this many bytes
+  int32_t error = 0;                // system error reported by the attempt
+  bool timed_out = false;           // the attempt's wait ran out
+  uint32_t ms = 0;                  // time the attempt takes
+  std::function<void()> meanwhile;  // runs during the attempt, as another thread would
 };
 
 // What one read attempt delivers.
@@ -42,10 +44,13 @@ class FakeDevice {
   // An idle read waits out its whole limit, as a device that can signal data
   // does; otherwise it returns at once, as a regular file does.
   bool idle_read_waits = false;
+  // Installs the device as a family without a cancel slot.
+  void cannot_cancel();
 
   // Record.
   std::vector<std::string> opened_paths;
   int closes = 0;
+  int cancels = 0;
   std::vector<uint8_t> written;          // every byte the device took, in order
   std::vector<uint32_t> write_requests;  // bytes offered to each write attempt
   std::vector<uint32_t> write_waits;     // wait limit given to each write attempt
@@ -55,10 +60,8 @@ class FakeDevice {
   static FakeDevice* active();
 
  private:
-  // Fakes nest: two sessions alive at once each have one, and the outer
-  // one's port is still closed through a fake after the inner one is gone.
-  FakeDevice* previous_device_;
-  const platform::DeviceFileOps* previous_ops_;
+  FakeDevice* outer_;
+  const platform::DeviceFileOps* below_ = nullptr;
 };
 
 }  // namespace vorn::test

@@ -83,11 +83,36 @@ TEST_F(HandlePortTest, DeviceErrorEndsTheWriteUnlessAllBytesWent) {
   EXPECT_EQ(transferred, 4u);
 }
 
-TEST_F(HandlePortTest, KilledPortWritesNothingAndSucceeds) {
-  ASSERT_EQ(vorn_io_kill(port), VORN_OK);
-  EXPECT_EQ(write({1, 2, 3, 4}), VORN_OK);
-  EXPECT_EQ(transferred, 0u);
-  EXPECT_TRUE(device.write_requests.empty());
+// A kill before the write or during its second attempt: the write returns 0
+// with what went before and makes no further attempt, even when the attempt
+// it cut short outlasted the budget; the device family is asked to cut the
+// running attempt short where it can.
+TEST_F(HandlePortTest, KillEndsTheWriteWithTheBytesSoFar) {
+  const struct {
+    bool during, can_cancel;
+    uint32_t written;
+    int cancels;
+  } rows[] = {{false, true, 0, 1}, {true, true, 5096, 1}, {true, false, 5096, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << "during " << row.during << ", cancel " << row.can_cancel);
+    vorn_io_port_destroy(port);
+    if (!row.can_cancel) device.cannot_cancel();
+    ASSERT_EQ(vorn_io_port_creator(&port, "vorn:/dev/bus/LPT/LPT1"), VORN_OK);
+    ASSERT_EQ(vorn_io_open(port), VORN_OK);
+    device.cancels = 0;
+    device.write_requests.clear();
+    if (row.during) {
+      device.write_script = {{.accept = 4096}, {.accept = 1000, .ms = 60000, .meanwhile = [&] {
+                                                  EXPECT_EQ(vorn_io_kill(port), VORN_OK);
+                                                }}};
+    } else {
+      ASSERT_EQ(vorn_io_kill(port), VORN_OK);
+    }
+    EXPECT_EQ(write(std::vector<uint8_t>(10000, 3)), VORN_OK);
+    EXPECT_EQ(transferred, row.written);
+    EXPECT_EQ(device.write_requests.size(), row.during ? 2u : 0u);
+    EXPECT_EQ(device.cancels, row.cancels);
+  }
 }
 
 // Five naps, then attempts at most every 10 ms until the budget (5 x length +

@@ -1,50 +1,70 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <new>
 
 #include "platform/device_file.h"
+#include "platform/posix/cancellable_wait_posix.h"
 #include "platform/posix/exclusive_open_posix.h"
 
 namespace vorn::platform {
 namespace {
 
+// What a device handle refers to. The flag lets another thread cut short
+// the wait of a running attempt (see wait_unless_cancelled).
+struct OpenDevice {
+  int fd;
+  std::atomic<bool> cancelled{false};
+};
+
+OpenDevice* device_of(DeviceHandle handle) {
+  return handle == kNoDevice ? nullptr : reinterpret_cast<OpenDevice*>(handle);
+}
+
 int32_t open_existing(const char* path, bool /*overlapped*/, DeviceHandle* out) {
   int fd = -1;
   const int32_t result = open_exclusive(path, &fd);
   if (result != 0) return result;
-  *out = fd;
+  auto* device = new (std::nothrow) OpenDevice{fd};
+  if (device == nullptr) {
+    ::close(fd);
+    return ENOMEM;
+  }
+  *out = reinterpret_cast<DeviceHandle>(device);
   return 0;
 }
 
 void close_device(DeviceHandle handle) {
-  if (handle != kNoDevice) ::close(static_cast<int>(handle));
+  OpenDevice* device = device_of(handle);
+  if (device == nullptr) return;
+  ::close(device->fd);
+  delete device;
 }
 
-// Waits until the descriptor is ready for `events`; false when the wait ran out.
-int wait_ready(int fd, short events, uint32_t wait_ms, bool* ready) {
-  pollfd p{fd, events, 0};
-  int timeout = wait_ms > static_cast<uint32_t>(INT_MAX) ? INT_MAX : static_cast<int>(wait_ms);
-  for (;;) {
-    int n = ::poll(&p, 1, timeout);
-    if (n >= 0) {
-      *ready = n > 0;
-      return 0;
-    }
-    if (errno != EINTR) return errno;
-  }
+void cancel_device(DeviceHandle handle) {
+  if (OpenDevice* device = device_of(handle)) device->cancelled.store(true);
 }
 
 Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait_ms, bool writing) {
   Attempt attempt;
+  OpenDevice* device = device_of(handle);
+  if (device == nullptr) {
+    attempt.error = EBADF;
+    return attempt;
+  }
   // Nothing to move: no reason to wait for the device.
   if (length == 0) return attempt;
-  int fd = static_cast<int>(handle);
-  bool ready = false;
-  attempt.error = wait_ready(fd, writing ? POLLOUT : POLLIN, wait_ms, &ready);
-  if (attempt.error != 0) return attempt;
-  if (!ready) {
+  const int fd = device->fd;
+  const int timeout =
+      wait_ms > static_cast<uint32_t>(INT_MAX) ? INT_MAX : static_cast<int>(wait_ms);
+  WaitEnd end = WaitEnd::kReady;
+  attempt.error =
+      wait_unless_cancelled(fd, writing ? POLLOUT : POLLIN, timeout, device->cancelled, &end);
+  if (attempt.error != 0 || end == WaitEnd::kCancelled) return attempt;
+  if (end == WaitEnd::kTimedOut) {
     attempt.timed_out = true;
     return attempt;
   }
@@ -82,6 +102,7 @@ constexpr DeviceFileOps kPosixDeviceFile = {
     .write = write_attempt,
     .read = read_attempt,
     .is_no_data_error = is_no_data_error,
+    .cancel = cancel_device,
 };
 
 }  // namespace

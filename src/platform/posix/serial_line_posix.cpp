@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -14,6 +15,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/posix/cancellable_wait_posix.h"
 #include "platform/posix/exclusive_open_posix.h"
 #include "platform/serial_line.h"
 
@@ -21,11 +23,13 @@ namespace vorn::platform {
 namespace {
 
 // What a serial handle refers to. The timeouts are changed around quick
-// reads while another thread may be writing, hence the lock.
+// reads while another thread may be writing, hence the lock; the flag lets
+// another thread cut short a running transfer's wait.
 struct OpenLine {
   int fd;
   std::mutex lock;
   LineTimeouts timeouts;
+  std::atomic<bool> cancelled{false};
 };
 
 OpenLine* line_of(DeviceHandle handle) {
@@ -60,17 +64,10 @@ int as_poll_wait(uint32_t ms) {
   return ms > static_cast<uint32_t>(INT_MAX) ? INT_MAX : int(ms);
 }
 
-// Waits until the descriptor is ready for `events`; 0 or the system error.
-int32_t wait_ready(int fd, short events, int timeout_ms, bool* ready) {
-  pollfd p{fd, events, 0};
-  for (;;) {
-    int n = ::poll(&p, 1, timeout_ms);
-    if (n >= 0) {
-      *ready = n > 0;
-      return 0;
-    }
-    if (errno != EINTR) return errno;
-  }
+// Waits until the line is ready for `events`; 0 or the system error. A
+// cancelled wait counts as neither ready nor timed out.
+int32_t wait_ready(OpenLine* line, short events, int timeout_ms, WaitEnd* end) {
+  return wait_unless_cancelled(line->fd, events, timeout_ms, line->cancelled, end);
 }
 
 int32_t open_line(const char* path, bool /*overlapped*/, DeviceHandle* out) {
@@ -95,6 +92,10 @@ void close_line(DeviceHandle handle) {
   delete line;
 }
 
+void cancel_line(DeviceHandle handle) {
+  if (OpenLine* line = line_of(handle)) line->cancelled.store(true);
+}
+
 // Reads until `length` bytes arrived, the total read time ran out, or the
 // line stayed silent for the read interval after a byte. The caller's wait
 // is not used: the line's own timeouts bound the read, as they bound a read
@@ -117,10 +118,10 @@ Attempt read_line(DeviceHandle handle, uint8_t* buffer, uint32_t length, uint32_
       int interval = as_poll_wait(t.read_interval);
       wait = wait < 0 ? interval : std::min(wait, interval);
     }
-    bool ready = false;
-    attempt.error = wait_ready(line->fd, POLLIN, wait, &ready);
-    if (attempt.error != 0) break;
-    if (!ready) {
+    WaitEnd end = WaitEnd::kReady;
+    attempt.error = wait_ready(line, POLLIN, wait, &end);
+    if (attempt.error != 0 || end == WaitEnd::kCancelled) break;
+    if (end == WaitEnd::kTimedOut) {
       attempt.timed_out = true;
       break;
     }
@@ -151,10 +152,10 @@ Attempt write_line(DeviceHandle handle, const uint8_t* data, uint32_t length,
   const Deadline total(t.write_multiplier != 0 || t.write_constant != 0,
                        static_cast<uint64_t>(t.write_multiplier) * length + t.write_constant);
   while (attempt.done < length) {
-    bool ready = false;
-    attempt.error = wait_ready(line->fd, POLLOUT, total.left(), &ready);
-    if (attempt.error != 0) break;
-    if (!ready) {
+    WaitEnd end = WaitEnd::kReady;
+    attempt.error = wait_ready(line, POLLOUT, total.left(), &end);
+    if (attempt.error != 0 || end == WaitEnd::kCancelled) break;
+    if (end == WaitEnd::kTimedOut) {
       attempt.timed_out = true;
       break;
     }
@@ -261,6 +262,7 @@ constexpr DeviceFileOps kLineFiles = {
     .write = write_line,
     .read = read_line,
     .is_no_data_error = never_no_data,
+    .cancel = cancel_line,
 };
 
 constexpr SerialLineOps kPosixSerialLine = {
