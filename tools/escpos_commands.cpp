@@ -22,13 +22,6 @@ const char* on_off(unsigned n) {
   return (n & 1) != 0 ? "on" : "off";
 }
 
-// 0/48, 1/49, 2/50 and 3/51 name the same choice in most commands.
-int choice(unsigned n) {
-  if (n <= 3) return static_cast<int>(n);
-  if (n >= 48 && n <= 51) return static_cast<int>(n - 48);
-  return -1;
-}
-
 const char* scale_words(unsigned m) {
   switch (choice(m)) {
     case 0:

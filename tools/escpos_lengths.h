@@ -24,6 +24,14 @@ inline uint64_t u32_at(Bytes b, size_t i) {
   return u16_at(b, i) | static_cast<uint64_t>(u16_at(b, i + 2)) << 16;
 }
 
+// 0/48, 1/49, 2/50 and 3/51 name the same choice in most commands; -1 for
+// any other byte.
+inline int choice(unsigned n) {
+  if (n <= 3) return static_cast<int>(n);
+  if (n >= 48 && n <= 51) return static_cast<int>(n - 48);
+  return -1;
+}
+
 // The mode byte of GS v 0 that announces compressed rows.
 inline constexpr unsigned kCompressedRaster = 0x20;
 

@@ -12,14 +12,8 @@ namespace {
 
 using namespace std::string_view_literals;
 using cli::byte_at;
+using cli::choice;
 using cli::u16_at;
-
-// 0/48, 1/49, 2/50 and 3/51 name the same choice in most commands.
-int choice(unsigned n) {
-  if (n <= 3) return static_cast<int>(n);
-  if (n >= 48 && n <= 51) return static_cast<int>(n - 48);
-  return -1;
-}
 
 std::string hex_offset(uint64_t offset) {
   char text[32];

@@ -9,13 +9,8 @@ namespace vorn::vprinter {
 namespace {
 
 using cli::byte_at;
+using cli::choice;
 using cli::u16_at;
-
-int choice(unsigned n) {
-  if (n <= 3) return static_cast<int>(n);
-  if (n >= 48 && n <= 51) return static_cast<int>(n - 48);
-  return -1;
-}
 
 // Rows of `row_bytes` bytes coded with PackBits; empty when they run short.
 std::vector<uint8_t> unpack_rows(Bytes coded, size_t row_bytes, size_t rows) {

@@ -8,6 +8,7 @@
 namespace vorn::vprinter {
 namespace {
 
+using cli::choice;
 using cli::u16_at;
 
 constexpr int kDefaultPageRows = 1662;
@@ -123,10 +124,7 @@ void Engine::print_area(Bytes c) {
 }
 
 void Engine::print_direction(Bytes c) {
-  const unsigned n = c[2];
-  const int direction = n <= 3               ? static_cast<int>(n)
-                        : n >= 48 && n <= 51 ? static_cast<int>(n - 48)
-                                             : -1;
+  const int direction = choice(c[2]);
   if (direction < 0) return;
   if (page_.active && page_.direction != direction && !page_.dots.empty()) {
     log("print direction changed: the page drawn so far is dropped");

@@ -8,12 +8,7 @@ namespace vorn::vprinter {
 namespace {
 
 using cli::byte_at;
-
-int choice(unsigned n) {
-  if (n <= 3) return static_cast<int>(n);
-  if (n >= 48 && n <= 51) return static_cast<int>(n - 48);
-  return -1;
-}
+using cli::choice;
 
 constexpr int kHriGap = 4;  // dots between the bars and their characters
 
