@@ -250,6 +250,13 @@ int32_t handle_port_get_uri(void* raw, char* buffer, uint32_t size, uint32_t* le
   return VORN_OK;
 }
 
+int32_t report_byte(uint8_t value, void* output, uint32_t output_length, uint32_t* output_count) {
+  if (output == nullptr || output_length == 0) return VORN_ERR_BUFFER_TOO_SMALL;
+  *static_cast<uint8_t*>(output) = value;
+  if (output_count != nullptr) *output_count = 1;
+  return VORN_OK;
+}
+
 // The open flag and the handle change under the port lock, as the kill mark
 // does: a kill from another thread then cancels either the open handle or
 // none, never one that is being closed.

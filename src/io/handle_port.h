@@ -46,6 +46,10 @@ int32_t handle_port_flush(void* state);
 int32_t handle_port_set_timeout(void* state, const uint32_t values[kTimeoutCount]);
 int32_t handle_port_get_timeout(void* state, uint32_t values[kTimeoutCount]);
 
+// Answers a control code that reports one byte: the byte into `output` and,
+// when asked for, a count of 1.
+int32_t report_byte(uint8_t value, void* output, uint32_t output_length, uint32_t* output_count);
+
 // Opens the device path; 0 or the system's error number.
 int32_t handle_port_open_device(HandlePortState* state);
 // Opens the device that `device_path_for` gives for the port name of the

@@ -61,10 +61,7 @@ int32_t control(void* raw, uint32_t code, uint32_t /*argument*/, const void* inp
       state->read_enabled = *static_cast<const uint8_t*>(input);
       return VORN_OK;
     case VORN_CONTROL_LPT_GET_READ:
-      if (output == nullptr || output_length == 0) return VORN_ERR_BUFFER_TOO_SMALL;
-      *static_cast<uint8_t*>(output) = state->read_enabled;
-      if (output_count != nullptr) *output_count = 1;
-      return VORN_OK;
+      return report_byte(state->read_enabled, output, output_length, output_count);
     default:
       return VORN_ERR_NOT_IMPLEMENTED;
   }

@@ -218,13 +218,6 @@ int32_t readexist(void* raw, uint8_t* buffer, uint32_t offset, uint32_t size,
   return quick_read(&state->core, buffer, offset, size, transferred);
 }
 
-int32_t report_byte(uint8_t value, void* output, uint32_t output_length, uint32_t* output_count) {
-  if (output == nullptr || output_length == 0) return VORN_ERR_BUFFER_TOO_SMALL;
-  *static_cast<uint8_t*>(output) = value;
-  if (output_count != nullptr) *output_count = 1;
-  return VORN_OK;
-}
-
 int32_t control(void* raw, uint32_t code, uint32_t /*argument*/, const void* input,
                 uint32_t input_length, void* output, uint32_t output_length,
                 uint32_t* output_count) {
