@@ -138,6 +138,8 @@ constexpr DeviceFileOps kWin32DeviceFile = {
     .write = write_attempt,
     .read = read_attempt,
     .is_no_data_error = is_no_data_error,
+    // Attempts here are not cut short yet: a kill takes effect between them.
+    .cancel = nullptr,
 };
 
 }  // namespace

@@ -122,6 +122,8 @@ constexpr DeviceFileOps kLineFiles = {
     .write = write_line,
     .read = read_line,
     .is_no_data_error = never_no_data,
+    // Attempts here are not cut short yet: a kill takes effect between them.
+    .cancel = nullptr,
 };
 
 constexpr SerialLineOps kWin32SerialLine = {
