@@ -15,12 +15,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "image/conversion.h"
@@ -241,6 +243,35 @@ TEST_F(ImageDecoder, ColourPngsGiveExactPixelsOnWhite) {
   for (const auto& c : cases) {
     EXPECT_EQ(pixels_of(file(c.name), c.width, c.bits_per_pixel), hex(c.pixels)) << c.name;
   }
+}
+
+// A picture whose file and inflated rows together are too large to hold at
+// once is read from the file on demand, to the same pixels and failures.
+TEST_F(ImageDecoder, LargePngReadOnDemandGivesEveryRowAndFailsWhenCut) {
+  constexpr int kSide = 2048;
+  std::vector<std::vector<uint8_t>> rows(kSide, std::vector<uint8_t>(kSide * 3));
+  for (int y = 0; y < kSide; ++y) {
+    for (int x = 0; x < kSide; ++x) {
+      rows[y][x * 3] = uint8_t(x * 7 + y), rows[y][x * 3 + 1] = uint8_t(y * 3);
+      rows[y][x * 3 + 2] = uint8_t(x ^ y);
+    }
+  }
+  write_png(file("large.png"), kSide, 8, PNG_COLOR_TYPE_RGB, rows);
+  image::LoadedImage image;
+  ASSERT_EQ(image.load(wide(file("large.png")).c_str()), 0);
+  ASSERT_EQ(std::tuple(image.width(), image.height(), image.bits_per_pixel()),
+            std::tuple(kSide, kSide, 24));
+  std::vector<platform::Rgb> row(kSide);
+  int wrong_rows = 0;
+  for (int y = 0; y < kSide; ++y) {
+    image.pixel_row(y, row.data());
+    wrong_rows += std::memcmp(row.data(), rows[y].data(), rows[y].size()) != 0;
+  }
+  EXPECT_EQ(wrong_rows, 0);
+  const std::vector<uint8_t> bytes = read_all(file("large.png"));
+  write_all(file("cut.png"), {bytes.begin(), bytes.begin() + bytes.size() * 2 / 3});
+  image::LoadedImage cut;
+  EXPECT_EQ(cut.load(wide(file("cut.png")).c_str()), kUndecodable);
 }
 
 TEST_F(ImageDecoder, BmpDepthsGiveTheColoursOfEveryPixel) {

@@ -73,8 +73,9 @@ namespace {
 
 static_assert(sizeof(Rgb) == 3, "pixel rows are copied as packed red, green, blue bytes");
 
-// Image files are read whole: every reader then works on memory and checks
-// its bounds against one size. Larger files than this are no printable image.
+// Image files are read whole (all but a PNG too large to be held beside its
+// inflated rows): every reader then works on memory and checks its bounds
+// against one size. Larger files than this are no printable image.
 constexpr off_t kMaxFileBytes = off_t{1} << 30;
 
 class FileDescriptor {
@@ -161,13 +162,19 @@ int32_t load(const char16_t* path, DecodedImage* out) {
     size_t capacity = 0;
     int32_t result = open_file(path, &file, &capacity);
     if (result != 0) return result;
-    std::unique_ptr<uint8_t[]> bytes;
-    size_t size = 0;
-    result = read_file(file, capacity, &bytes, &size);
-    if (result != 0) return result;
     std::unique_ptr<ImageStore> store(new (std::nothrow) ImageStore);
     if (!store) return ENOMEM;
-    result = decode(&bytes, size, store.get());
+    FileInput input(file.get(), capacity);
+    const bool decoded = decode_png_on_demand(&input, store.get(), &result);
+    // A file that cannot be read is no damaged image.
+    if (input.error() != 0) return input.error();
+    if (!decoded) {
+      std::unique_ptr<uint8_t[]> bytes;
+      size_t size = 0;
+      result = read_file(file, capacity, &bytes, &size);
+      if (result != 0) return result;
+      result = decode(&bytes, size, store.get());
+    }
     if (result == 0) *out = store.release();
     return result;
   } catch (const std::bad_alloc&) {

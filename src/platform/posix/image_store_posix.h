@@ -108,11 +108,17 @@ bool decode_png_direct(const uint8_t* data, size_t size, ImageStore* store);
 // Every PNG through libpng; decode_png takes the common kinds itself and
 // passes the others here.
 int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store);
+// The same, reading from `file` on demand.
+int32_t decode_png_general(FileInput* file, ImageStore* store);
 
 // The same for the file's bytes in `*file`, which the reader may take over
 // into the store, to keep rows that are already there, or use as work space.
 int32_t decode_bmp_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store);
 int32_t decode_png_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store);
+// For a PNG too large to hold whole beside its inflated rows: decodes it
+// from `file` on demand, sets `*result` and returns true. Returns false,
+// `file` back at its start, for any other file, which is then read whole.
+bool decode_png_on_demand(FileInput* file, ImageStore* store, int32_t* result);
 
 // The size probe's readers: the same checks and results as the readers
 // above with `size_only` set, reading only as far into `file` as the

@@ -206,15 +206,12 @@ int32_t reported_depth(const PngHeader& header, bool has_trns) {
   }
 }
 
-}  // namespace
-
-int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store) {
+int32_t decode_general(PngInput* input, ImageStore* store) {
   PngReadStruct reader;
   if (!reader.ready()) return ENOMEM;
   png_structp png = reader.png();
   png_infop info = reader.info();
-  PngInput input{data, size, 0, nullptr};
-  png_set_read_fn(png, &input, read_bytes);
+  png_set_read_fn(png, input, read_bytes);
 
   PngHeader header{};
   if (!read_header(png, info, &header)) return kUndecodableImage;
@@ -256,6 +253,18 @@ int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store) 
     target.rows = rows.get();
   }
   return read_colour_rows(png, info, &header, &target, store) ? 0 : kUndecodableImage;
+}
+
+}  // namespace
+
+int32_t decode_png_general(const uint8_t* data, size_t size, ImageStore* store) {
+  PngInput input{data, size, 0, nullptr};
+  return decode_general(&input, store);
+}
+
+int32_t decode_png_general(FileInput* file, ImageStore* store) {
+  PngInput input{nullptr, 0, 0, file};
+  return decode_general(&input, store);
 }
 
 int32_t measure_png(FileInput* file, ImageStore* store) {

@@ -29,6 +29,13 @@ constexpr uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
 // image data (at 8 000 000 bytes); staying well below keeps its verdict.
 constexpr uint32_t kMaxSide = 1000000;
 constexpr uint32_t kMaxChunkBytes = 1 << 20;
+// libdeflate inflates the image data in one call, so the reader holds the
+// whole file and all the inflated rows at once. A file for which the two
+// together come to more than this is left to libpng, which inflates it from
+// the file in pieces, holding only the rows: for a photo as large as a
+// printer takes (1680 x 2303, 11 MiB of rows from a 6 MiB file) that is
+// 11 MiB rather than 17, at zlib's speed instead of libdeflate's.
+constexpr uint64_t kMaxWholeBytes = uint64_t{12} << 20;
 
 constexpr uint32_t chunk_type(const char (&name)[5]) {
   return (uint32_t{static_cast<uint8_t>(name[0])} << 24) |
@@ -70,6 +77,23 @@ struct Layout {
   uint64_t row_bytes = 0;  // filter byte included
 };
 
+// Samples per pixel; 0 for a colour type PNG does not have.
+uint32_t channels_of(uint8_t colour_type) {
+  switch (colour_type) {
+    case kGray:
+    case kPalette:
+      return 1;
+    case kGrayAlpha:
+      return 2;
+    case kRgb:
+      return 3;
+    case kRgba:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
 bool read_ihdr(const uint8_t* data, uint32_t length, Layout* layout) {
   if (length != 13) return false;
   layout->width = be32(data);
@@ -81,23 +105,8 @@ bool read_ihdr(const uint8_t* data, uint32_t length, Layout* layout) {
       layout->height > kMaxSide) {
     return false;
   }
-  switch (layout->colour_type) {
-    case kGray:
-    case kPalette:
-      layout->channels = 1;
-      break;
-    case kGrayAlpha:
-      layout->channels = 2;
-      break;
-    case kRgb:
-      layout->channels = 3;
-      break;
-    case kRgba:
-      layout->channels = 4;
-      break;
-    default:
-      return false;
-  }
+  layout->channels = channels_of(layout->colour_type);
+  if (layout->channels == 0) return false;
   layout->row_bytes = uint64_t{layout->width} * layout->channels + 1;
   return true;
 }
@@ -471,6 +480,27 @@ int32_t decode_png(const uint8_t* data, size_t size, ImageStore* store) {
 
 int32_t decode_png_file(std::unique_ptr<uint8_t[]>* file, size_t size, ImageStore* store) {
   return decode_png_bytes(file->get(), file->get(), size, store);
+}
+
+bool decode_png_on_demand(FileInput* file, ImageStore* store, int32_t* result) {
+  // Signature, then the header chunk's length, type and 13 bytes of data.
+  uint8_t head[29];
+  const bool whole_head = file->read(head, sizeof head) == sizeof head;
+  file->restart();
+  if (!whole_head || std::memcmp(head, kSignature, sizeof kSignature) != 0 ||
+      be32(head + 8) != 13 || be32(head + 12) != kIhdr) {
+    return false;
+  }
+  const uint64_t width = be32(head + 16);
+  const uint64_t height = be32(head + 20);
+  const uint32_t depth = head[24];
+  const uint32_t channels = channels_of(head[25]);
+  // Headers libpng refuses anyway are left to the whole-file path.
+  if (width > kMaxSide || height > kMaxSide || depth > 16 || channels == 0) return false;
+  const uint64_t inflated_bytes = ((width * channels * depth + 7) / 8 + 1) * height;
+  if (file->size() + inflated_bytes <= kMaxWholeBytes) return false;
+  *result = decode_png_general(file, store);
+  return true;
 }
 
 }  // namespace vorn::platform
