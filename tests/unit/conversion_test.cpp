@@ -181,6 +181,8 @@ TEST(Conversion, GivesTheExpectedDots) {
       // pixel can reach: error 127 passes 55 right, so 50 + 8 + 40 + 55 = 153
       // stays blank.
       {"highest_value_passes_55_right", gray_rows(3, {128, 72, 72, 64, 255, 50}), "E0 80"},
+      // 128 passes +40 down (5/16): 92 below stays blank.
+      {"down_share_five_sixteenths", gray_rows(1, {128, 92}), "80 00"},
       // Average threshold, in columns: below 128 is a dot, by integer division.
       {"integer_average_128_is_blank", colour(1, 1, {{127, 128, 129}}), "00", true},
       {"integer_average_127_is_a_dot", colour(1, 1, {{126, 128, 129}}), "80", true},
