@@ -175,33 +175,5 @@ TEST(BarcodesAndSymbols, PageModeSendsNoJustificationAndChecksNone) {
                 " 1D 28 6B 04 00 31 50 30 41 1D 28 6B 03 00 31 51 30"));
 }
 
-TEST(BarcodesAndSymbols, FrameIsCheckedBeforeTheData) {
-  EXPECT_EQ(PrintBarCode(nullptr, 4, VW(""), 2, 80, 0, 0), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PrintSymbol(nullptr, 103, VW(""), 0x31, 4, 0, 1), VORN_ERR_INVALID_HANDLE);
-  FakeSession closed;
-  ASSERT_EQ(PortClose(closed.handle()), VORN_OK);
-  EXPECT_EQ(PrintBarCode(closed.handle(), 4, VW(""), 2, 80, 0, 0), VORN_ERR_IO_NOT_OPEN);
-  EXPECT_EQ(PrintSymbol(closed.handle(), 103, VW(""), 0x31, 4, 0, 1), VORN_ERR_IO_NOT_OPEN);
-}
-
-// A call refused after some of its commands were appended takes all of them
-// back, zeroing them, and keeps what an earlier failed write left waiting:
-// GS k refusing the type after GS w, GS h and GS H; the QR Code module size
-// after select model; the fourth command of the PDF417 sequence.
-TEST(BarcodesAndSymbols, LateFailureLeavesBufferAsFound) {
-  for (const Call& call :
-       {barcode(74, VW("12345"), 2, 80, 1, 2), barcode(103, VW("1"), 17, 80, 1, 2),
-        symbol(101, VW("ABC"), 0x30, 3, 9, 1)}) {
-    FakeSession session;
-    session.device.write_script.push_back({.accept = 0, .error = EIO});
-    ASSERT_NE(PositionNextLabel(session.handle()), VORN_OK);
-    EXPECT_EQ(call(session.handle()), VORN_ERR_PARAMETER);
-    EXPECT_EQ(session.pending(), hex("1D 0C"));
-    const printer::CommandContext& context = session.context();
-    for (uint32_t i = context.length; i < context.length + 40; ++i) EXPECT_EQ(context.buffer[i], 0);
-    EXPECT_TRUE(session.take_written().empty());
-  }
-}
-
 }  // namespace
 }  // namespace vorn::test

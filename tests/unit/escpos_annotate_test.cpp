@@ -131,39 +131,15 @@ TEST(EscposAnnotate, ControlBytesInParametersNeverShowRaw) {
 TEST(EscposAnnotate, TruncatedCommands) {
   const std::pair<const char*, const char*> rows[] = {
       {"1B", "ESC, truncated after 1 byte"},
-      {"1B 70 00 32", "ESC p drawer pulse, truncated after 4 bytes"},
       {"1D 76", "GS v 0 raster image, truncated after 2 bytes"},  // prefix cut
-      {"1B 23 2A", "ESC # * firmware query, truncated after 3 bytes"},
       {"1D 76 30 00 FF FF FF FF 00", "GS v 0 raster image, truncated after 9 bytes"},
       {"1D 76 30 20 04 00 02 00 FD 00", "GS v 0 raster image, truncated after 10 bytes"},
-      {"1D 6B 04 31 32", "GS k barcode, truncated after 5 bytes"},
-      {"1D 28 6B 06", "GS ( k symbol, truncated after 4 bytes"},
       {"1D 38 4C FF FF FF FF 30", "GS 8 L graphics, truncated after 8 bytes"},
       {"1C 71 02 01 00 01 00 00 00 00 00 00 00 00 00 01",
        "FS q NV bit images, truncated after 16 bytes"},
   };
   for (const auto& [input, description] : rows) {
     expect_annotation(input, {{hex(input).size(), description}});
-  }
-}
-
-// Every prefix of a stream of real commands, each in a buffer of its own
-// size, so a read past the end shows under the address sanitizer.
-TEST(EscposAnnotate, EveryPrefixIsCoveredWithoutGaps) {
-  std::vector<uint8_t> stream;
-  for (const auto& [input, expected] : kComplete) {
-    const std::vector<uint8_t> bytes = hex(input);
-    stream.insert(stream.end(), bytes.begin(), bytes.end());
-  }
-  for (size_t n = 0; n <= stream.size(); ++n) {
-    const std::vector<uint8_t> prefix(stream.begin(), stream.begin() + static_cast<ptrdiff_t>(n));
-    size_t covered = 0;
-    for (const AnnotatedCommand& command : annotate_escpos(prefix)) {
-      ASSERT_EQ(command.offset, covered) << "prefix " << n;
-      ASSERT_GE(command.length, 1u) << "prefix " << n;
-      covered += command.length;
-    }
-    ASSERT_EQ(covered, n);
   }
 }
 

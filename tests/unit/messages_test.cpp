@@ -83,9 +83,6 @@ const std::vector<TextRow> kTextRows = {
     {-100, "VORN print error.", "VORN \xB4\xF2\xD3\xA1\xB4\xED\xCE\xF3\xA3\xA1"},
     {-1104, "LIBUSB\xA3\xBANo IO Device. Please confirm the deviced has connected.",
      "LIBUSB\xA3\xBA\xC3\xBB\xD3\xD0IO\xC9\xE8\xB1\xB8\xA1\xA3"},
-    {-1110, "LIBUSB error:  Operate interrupted.Please try again.",
-     "LIBUSB\xB4\xED\xCE\xF3\xA3\xBA\xB2\xD9\xD7\xF7\xD6\xD0\xB6\xCF\xA1\xA3\xC7\xEB\xD6\xD8\xD0"
-     "\xC2\xB2\xD9\xD7\xF7\xA3\xA1"},
     {-5, kUnknownEnglish, kUnknownChinese},
 };
 

@@ -82,27 +82,7 @@ TEST(PrintText, PageMode) {
   EXPECT_EQ(session.take_written(), hex("48 69"));
 }
 
-TEST(PrintText, LateFailureTakesBackEveryByteOfTheCall) {
-  FakeSession session;
-  session.device.write_script.push_back({.accept = 0, .error = EIO});
-  ASSERT_EQ(FeedLine(session.handle(), 1), EIO);
-  // The size is the last layout command: justification and attributes were
-  // already appended when it is refused.
-  EXPECT_EQ(PrintText(session.handle(), VW("ABC"), 1, 0x1F, 0x88), VORN_ERR_PARAMETER);
-  EXPECT_EQ(session.pending(), hex("1B 64 01"));
-  const auto& c = session.context();
-  for (uint32_t i = c.length; i < c.length + 30; ++i) EXPECT_EQ(c.buffer[i], 0) << i;
-  EXPECT_TRUE(session.take_written().empty());
-}
-
-TEST(PrintText, FrameFirstThenModelButRawTextGoesAnywhere) {
-  EXPECT_EQ(PrintText(nullptr, VW(""), 0, 0, 0), VORN_ERR_INVALID_HANDLE);
-  EXPECT_EQ(PrintTextS(nullptr, VW("")), VORN_ERR_INVALID_HANDLE);
-  FakeSession closed;
-  ASSERT_EQ(PortClose(closed.handle()), VORN_OK);
-  EXPECT_EQ(PrintText(closed.handle(), VW(""), 0, 0, 0), VORN_ERR_IO_NOT_OPEN);
-  EXPECT_EQ(PrintTextS(closed.handle(), VW("")), VORN_ERR_IO_NOT_OPEN);
-
+TEST(PrintText, ModelWithoutEscPosTakesOnlyRawText) {
   FakeSession label("VR-L80A");  // no ESC/POS
   EXPECT_EQ(PrintText(label.handle(), VW("A"), 0, 0, 0), VORN_ERR_COMMAND_NOT_SUPPORTED);
   EXPECT_TRUE(label.pending().empty());

@@ -76,33 +76,6 @@ TEST(UriParse, EachRowGivesItsFieldsAndFormatsBack) {
     EXPECT_EQ(vorn_io_uri_from_str(&record, text), kBad) << text;
 }
 
-// Every text that parses formats back to a text that parses to the same
-// record: all short tails made of the separators and one letter.
-TEST(UriParse, EveryParsedTextFormatsBackToTheSameRecord) {
-  const std::string alphabet = "/?=+a";
-  std::vector<std::string> tails = {""};
-  for (size_t begin = 0, length = 1; length <= 6; ++length) {
-    const size_t end = tails.size();
-    for (size_t i = begin; i < end; ++i) {
-      for (char c : alphabet) tails.push_back(tails[i] + c);
-    }
-    begin = end;
-  }
-  int parsed = 0;
-  for (const char* head : {"vorn:/dev/bus/", "vorn:/dev/bus/T/"}) {
-    for (const std::string& tail : tails) {
-      const std::string text = head + tail;
-      vorn_uri record, again;
-      if (vorn_io_uri_from_str(&record, text.c_str()) != VORN_OK) continue;
-      ++parsed;
-      const std::string back = formatted(record);
-      ASSERT_EQ(vorn_io_uri_from_str(&again, back.c_str()), VORN_OK) << text << " -> " << back;
-      ASSERT_EQ(dump(again), dump(record)) << text;
-    }
-  }
-  EXPECT_GT(parsed, 1000);
-}
-
 TEST(UriParse, EightOptionsAtMost) {
   std::string text = "vorn:/dev/bus/NET/DEVICE";
   for (int i = 0; i < 8; ++i) text += (i == 0 ? "?k" : "+k") + std::to_string(i) + "=v";
@@ -204,14 +177,6 @@ TEST(CommaForm, EachRowConvertsOrIsRefused) {
               VORN_ERR_IO_INVALID_SETTING)
         << text;
   }
-}
-
-TEST(CommaForm, NeverWritesPastTheGivenSize) {
-  std::array<char, 64> out;
-  out.fill('#');
-  EXPECT_EQ(vorn::io::comma_form_to_uri("NET,192.168.1.100", out.data(), 40),
-            VORN_ERR_IO_INVALID_SETTING);
-  for (std::size_t i = 40; i < out.size(); ++i) ASSERT_EQ(out[i], '#') << i;
 }
 
 }  // namespace
