@@ -10,7 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "allocation_hooks.h"
@@ -36,7 +39,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The platform calls that can fail, and how each can fail.
+// The platform calls that can fail.
 // clang-format off
 enum class Slot {
   kOpen, kWrite, kRead,                                     // device files
@@ -48,51 +51,35 @@ enum class Slot {
 };
 // clang-format on
 
-std::vector<int32_t> failures_of(Slot slot) {
-  // 0 stands for "no error number, but no result either": a write or read
-  // that timed out, a decoder that lost its number.
-  switch (slot) {
-    case Slot::kOpen:
-      return {ENOENT, EACCES, EBUSY, EINTR};
-    case Slot::kWrite:
-    case Slot::kRead:
-      return {EIO, EINTR, EAGAIN, ECONNRESET, 0};
-    case Slot::kToNarrow:
-    case Slot::kToWide:
-      return {EILSEQ, EINVAL, E2BIG, ENOMEM};
-    case Slot::kMessage:
-    case Slot::kStart:
-      return {EINVAL, ENOMEM};
-    case Slot::kLoad:
-      return {ENOENT, EILSEQ, ENOMEM, 0};
-    case Slot::kMeasure:
-      return {ENOENT, EILSEQ};
-    // 0: a connect or wait whose limit ran out; a send that took nothing, a
-    // receive or look that found the peer gone.
-    case Slot::kSocketSetup:
-      return {EMFILE, EACCES};
-    case Slot::kConnect:
-      return {ECONNREFUSED, EINTR, 0};
-    case Slot::kWait:
-      return {EINTR, EBADF, 0};
-    case Slot::kQuery:
-      return {EBADF};
-    case Slot::kSend:
-      return {ECONNRESET, EPIPE, EINTR, EAGAIN, 0};
-    case Slot::kReceive:
-      return {ECONNRESET, EINTR, EAGAIN, 0};
-    // 1 and 2: the line's settings could not be read, or not be written.
-    case Slot::kLine:
-      return {1, 2};
-    case Slot::kPurge:
-      return {EIO, EINTR};
-    case Slot::kEnumerate:
-      return {EACCES, ENOMEM};
-  }
-  return {};
+// How each can fail, in the order of the slots. 0 stands for "no error
+// number, but no result either": a transfer, connect or wait whose limit ran
+// out, a decoder that lost its number, a send that took nothing, a receive
+// or look that found the peer gone. 1 and 2 for the line: its settings could
+// not be read, or not be written.
+const std::vector<int32_t> kFailures[] = {
+    {ENOENT, EACCES, EBUSY, EINTR},         // open
+    {EIO, EINTR, EAGAIN, ECONNRESET, 0},    // write
+    {EIO, EINTR, EAGAIN, ECONNRESET, 0},    // read
+    {EILSEQ, EINVAL, E2BIG, ENOMEM},        // to narrow
+    {EILSEQ, EINVAL, E2BIG, ENOMEM},        // to wide
+    {EINVAL, ENOMEM},                       // message
+    {EINVAL, ENOMEM},                       // start
+    {ENOENT, EILSEQ, ENOMEM, 0},            // load
+    {ENOENT, EILSEQ},                       // measure
+    {EMFILE, EACCES},                       // socket setup
+    {ECONNREFUSED, EINTR, 0},               // connect
+    {EINTR, EBADF, 0},                      // wait
+    {EBADF},                                // query
+    {ECONNRESET, EPIPE, EINTR, EAGAIN, 0},  // send
+    {ECONNRESET, EINTR, EAGAIN, 0},         // receive
+    {1, 2},                                 // line
+    {EIO, EINTR},                           // purge
+    {EACCES, ENOMEM},                       // enumerate
+};
+const std::vector<int32_t>& failures_of(Slot slot) {
+  return kFailures[static_cast<size_t>(slot)];
 }
-// Writes can also take part of what they are given and report no error.
-constexpr int32_t kShortWrite = -1;
+static_assert(std::size(kFailures) == static_cast<size_t>(Slot::kEnumerate) + 1);
 
 // Which platform call fails, and how, and which later one fails after it;
 // the calls seen so far.
@@ -112,271 +99,155 @@ struct Plan {
 };
 Plan* plan = nullptr;
 
-// The tables in force underneath: the scripted device and clock, the
-// system's text and image decoding.
-const platform::DeviceFileOps* device = nullptr;
-const platform::ClockOps* clock_below = nullptr;
-const platform::TextOps* text_below = nullptr;
-const platform::ImageDecoderOps* decoder_below = nullptr;
+// The tables in force underneath: the scripted device, clock, sockets,
+// serial line and USB list, the system's text and image decoding.
+template <typename Ops>
+const Ops* below = nullptr;
 
-int32_t open_existing(const char* path, bool overlapped, platform::DeviceHandle* out) {
-  if (plan->hit(Slot::kOpen)) return plan->failure;
-  AllocationFaults::Pause fixture;
-  return device->open_existing(path, overlapped, out);
+// What a failing platform call returns, by its result type. 0 stands for a
+// timed-out transfer or connect.
+template <typename R>
+R failed() {
+  if constexpr (std::is_same_v<R, bool>) {
+    return false;
+  } else if constexpr (std::is_same_v<R, platform::LineSetup>) {
+    return plan->failure == 1 ? platform::LineSetup::kReadFailed
+                              : platform::LineSetup::kWriteFailed;
+  } else if constexpr (std::is_same_v<R, platform::SocketWait>) {
+    return {.error = plan->failure, .ready = false};
+  } else if constexpr (std::is_same_v<R, platform::SocketTransfer>) {
+    return {.error = plan->failure, .count = 0};
+  } else if constexpr (std::is_same_v<R, int32_t>) {
+    return plan->failure;
+  } else {
+    return {.error = plan->failure, .timed_out = plan->failure == 0};
+  }
 }
-void close_device(platform::DeviceHandle handle) {
-  AllocationFaults::Pause fixture;
-  device->close(handle);
-}
+
+// The entry `Field` of the table underneath, failing as the plan says when
+// `slot` is one that fails (kNever: it never does). `paused` keeps the
+// fakes' own allocations out of the walk's count.
+constexpr Slot kNever = static_cast<Slot>(-1);
+template <auto Field, Slot slot, bool paused>
+struct Failing;
+template <typename Ops, typename R, typename... A, R (*Ops::*Field)(A...), Slot slot, bool paused>
+struct Failing<Field, slot, paused> {
+  static R call(A... args) {
+    if constexpr (slot != kNever) {
+      if (plan->hit(slot)) return failed<R>();
+    }
+    if (below<Ops>->*Field == nullptr) return R();
+    std::optional<AllocationFaults::Pause> pause;
+    if (paused) pause.emplace();
+    return (below<Ops>->*Field)(args...);
+  }
+};
+template <auto Field, Slot slot, bool paused = true>
+constexpr auto failing = Failing<Field, slot, paused>::call;
+
+// Writes can also take part of what they are given and report no error; a
+// failed text conversion writes nothing, a failed load gives no image.
+constexpr int32_t kShortWrite = -1;
 platform::Attempt write(platform::DeviceHandle handle, const uint8_t* data, uint32_t length,
                         uint32_t wait_ms) {
+  const bool fails = plan->hit(Slot::kWrite);
+  if (fails && plan->failure != kShortWrite) return failed<platform::Attempt>();
   AllocationFaults::Pause fixture;
-  if (!plan->hit(Slot::kWrite)) return device->write(handle, data, length, wait_ms);
-  if (plan->failure == kShortWrite) return device->write(handle, data, length / 2, wait_ms);
-  return {.error = plan->failure, .timed_out = plan->failure == 0};
+  return below<platform::DeviceFileOps>->write(handle, data, fails ? length / 2 : length, wait_ms);
 }
-platform::Attempt read(platform::DeviceHandle handle, uint8_t* buffer, uint32_t length,
-                       uint32_t wait_ms) {
-  if (plan->hit(Slot::kRead)) return {.error = plan->failure, .timed_out = plan->failure == 0};
+platform::SocketTransfer send(platform::SocketHandle socket, const uint8_t* data, uint32_t length) {
+  const bool fails = plan->hit(Slot::kSend);
+  if (fails && plan->failure != kShortWrite) return failed<platform::SocketTransfer>();
   AllocationFaults::Pause fixture;
-  return device->read(handle, buffer, length, wait_ms);
+  return below<platform::SocketOps>->send(socket, data, fails ? length / 2 : length);
 }
-bool is_no_data_error(int32_t error) {
-  return device->is_no_data_error(error);
-}
-constexpr platform::DeviceFileOps kDevice = {
-    .open_existing = open_existing,
-    .close = close_device,
-    .write = write,
-    .read = read,
-    .is_no_data_error = is_no_data_error,
-};
-
-uint32_t now_ms() {
-  return clock_below->now_ms();
-}
-void sleep_ms(uint32_t ms) {
-  AllocationFaults::Pause fixture;
-  clock_below->sleep_ms(ms);
-}
-constexpr platform::ClockOps kClock = {.now_ms = now_ms, .sleep_ms = sleep_ms};
-
 int32_t to_narrow(const char16_t* text, size_t units, char* out, size_t size, size_t* written) {
   if (plan->hit(Slot::kToNarrow)) return *written = 0, plan->failure;
-  return text_below->to_narrow(text, units, out, size, written);
+  return below<platform::TextOps>->to_narrow(text, units, out, size, written);
 }
 int32_t to_wide(const char* text, size_t bytes, char16_t* out, size_t units, size_t* written) {
   if (plan->hit(Slot::kToWide)) return *written = 0, plan->failure;
-  return text_below->to_wide(text, bytes, out, units, written);
-}
-int32_t system_message(int32_t code, uint32_t language, char* out, size_t size) {
-  if (plan->hit(Slot::kMessage)) return plan->failure;
-  return text_below->system_message(code, language, out, size);
-}
-int32_t system_message_wide(int32_t code, uint32_t language, char16_t* out, size_t units) {
-  if (plan->hit(Slot::kMessage)) return plan->failure;
-  return text_below->system_message_wide(code, language, out, units);
-}
-uint32_t user_language() {
-  return text_below->user_language();
-}
-
-int32_t start() {
-  if (plan->hit(Slot::kStart)) return plan->failure;
-  return decoder_below->start ? decoder_below->start() : 0;
-}
-void stop() {
-  if (decoder_below->stop) decoder_below->stop();
+  return below<platform::TextOps>->to_wide(text, bytes, out, units, written);
 }
 int32_t load(const char16_t* path, platform::DecodedImage* out) {
   if (plan->hit(Slot::kLoad)) return *out = nullptr, plan->failure;
-  return decoder_below->load(path, out);
-}
-int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
-  if (plan->hit(Slot::kMeasure)) return plan->failure;
-  return decoder_below->measure(path, width, height);
-}
-
-const platform::SocketOps* sockets_below = nullptr;
-
-int32_t socket_startup() {
-  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
-  return sockets_below->startup();
-}
-void socket_cleanup() {
-  sockets_below->cleanup();
-}
-int32_t parse_ipv4(const char* text, uint32_t* address) {
-  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
-  return sockets_below->parse_ipv4(text, address);
-}
-int32_t open_tcp(platform::SocketHandle* out) {
-  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
-  AllocationFaults::Pause fixture;
-  return sockets_below->open_tcp(out);
-}
-int32_t set_option(platform::SocketHandle socket, platform::SocketOption option, uint32_t value) {
-  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
-  AllocationFaults::Pause fixture;
-  return sockets_below->set_option(socket, option, value);
-}
-int32_t bind(platform::SocketHandle socket, const platform::Ipv4Endpoint& local) {
-  if (plan->hit(Slot::kSocketSetup)) return plan->failure;
-  return sockets_below->bind(socket, local);
-}
-platform::SocketConnect connect(platform::SocketHandle socket, const platform::Ipv4Endpoint& remote,
-                                uint32_t limit_ms) {
-  if (plan->hit(Slot::kConnect)) return {.error = plan->failure, .timed_out = plan->failure == 0};
-  AllocationFaults::Pause fixture;
-  return sockets_below->connect(socket, remote, limit_ms);
-}
-platform::SocketWait wait(platform::SocketHandle socket, platform::WaitFor what,
-                          uint32_t limit_ms) {
-  if (plan->hit(Slot::kWait)) return {.error = plan->failure, .ready = false};
-  return sockets_below->wait(socket, what, limit_ms);
-}
-int32_t pending_error(platform::SocketHandle socket, int32_t* value) {
-  if (plan->hit(Slot::kQuery)) return plan->failure;
-  return sockets_below->pending_error(socket, value);
-}
-platform::SocketTransfer send(platform::SocketHandle socket, const uint8_t* data, uint32_t length) {
-  AllocationFaults::Pause fixture;
-  if (!plan->hit(Slot::kSend)) return sockets_below->send(socket, data, length);
-  if (plan->failure == kShortWrite) return sockets_below->send(socket, data, length / 2);
-  return {.error = plan->failure, .count = 0};
-}
-platform::SocketTransfer recv(platform::SocketHandle socket, uint8_t* buffer, uint32_t length) {
-  if (plan->hit(Slot::kReceive)) return {.error = plan->failure, .count = 0};
-  AllocationFaults::Pause fixture;
-  return sockets_below->recv(socket, buffer, length);
-}
-platform::SocketTransfer peek(platform::SocketHandle socket) {
-  if (plan->hit(Slot::kReceive)) return {.error = plan->failure, .count = 0};
-  return sockets_below->peek(socket);
-}
-void shutdown(platform::SocketHandle socket, platform::ShutdownHow how) {
-  sockets_below->shutdown(socket, how);
-}
-void close_socket(platform::SocketHandle socket) {
-  AllocationFaults::Pause fixture;
-  sockets_below->close(socket);
-}
-bool is_connection_reset(int32_t error) {
-  return sockets_below->is_connection_reset(error);
-}
-constexpr platform::SocketOps kSockets = {
-    .startup = socket_startup,
-    .cleanup = socket_cleanup,
-    .parse_ipv4 = parse_ipv4,
-    .open_tcp = open_tcp,
-    .set_option = set_option,
-    .bind = bind,
-    .connect = connect,
-    .wait = wait,
-    .pending_error = pending_error,
-    .send = send,
-    .recv = recv,
-    .peek = peek,
-    .shutdown = shutdown,
-    .close = close_socket,
-    .is_connection_reset = is_connection_reset,
-};
-
-const platform::SerialLineOps* line_below = nullptr;
-
-platform::LineSetup configure(platform::DeviceHandle handle, uint32_t baud_rate) {
-  if (plan->hit(Slot::kLine)) {
-    return plan->failure == 1 ? platform::LineSetup::kReadFailed
-                              : platform::LineSetup::kWriteFailed;
-  }
-  AllocationFaults::Pause fixture;
-  return line_below->configure(handle, baud_rate);
-}
-bool get_timeouts(platform::DeviceHandle handle, platform::LineTimeouts* out) {
-  if (plan->hit(Slot::kLine)) return false;
-  AllocationFaults::Pause fixture;
-  return line_below->get_timeouts(handle, out);
-}
-bool set_timeouts(platform::DeviceHandle handle, const platform::LineTimeouts& timeouts) {
-  if (plan->hit(Slot::kLine)) return false;
-  AllocationFaults::Pause fixture;
-  return line_below->set_timeouts(handle, timeouts);
-}
-bool set_queue_sizes(platform::DeviceHandle handle, uint32_t input, uint32_t output) {
-  if (plan->hit(Slot::kLine)) return false;
-  AllocationFaults::Pause fixture;
-  return line_below->set_queue_sizes(handle, input, output);
-}
-int32_t purge(platform::DeviceHandle handle) {
-  if (plan->hit(Slot::kPurge)) return plan->failure;
-  AllocationFaults::Pause fixture;
-  return line_below->purge(handle);
-}
-constexpr platform::SerialLineOps kLine = {
-    .files = &kDevice,
-    .configure = configure,
-    .get_timeouts = get_timeouts,
-    .set_timeouts = set_timeouts,
-    .set_queue_sizes = set_queue_sizes,
-    .purge = purge,
-};
-
-// The USB family's transfers reach the device-file table in force, the
-// failing one above; only the device list fails here.
-const platform::UsbOps* usb_below = nullptr;
-
-int32_t enumerate(platform::UsbVisitor visit, void* context) {
-  if (plan->hit(Slot::kEnumerate)) return plan->failure;
-  return usb_below->enumerate(visit, context);
+  return below<platform::ImageDecoderOps>->load(path, out);
 }
 
 // Installs the failing tables over the ones in force for one run.
 class FaultyPlatform {
  public:
   explicit FaultyPlatform(Plan& p) {
+    using namespace platform;
     plan = &p;
-    device = &platform::device_file();
-    clock_below = &platform::clock();
-    text_below = &platform::text();
-    decoder_below = &platform::image_decoder();
-    text_ = *text_below;
+    device_ = *(below<DeviceFileOps> = &device_file());
+    device_.open_existing = failing<&DeviceFileOps::open_existing, Slot::kOpen>;
+    device_.close = failing<&DeviceFileOps::close, kNever>;
+    device_.write = write;
+    device_.read = failing<&DeviceFileOps::read, Slot::kRead>;
+    clock_ = *(below<ClockOps> = &clock());
+    clock_.sleep_ms = failing<&ClockOps::sleep_ms, kNever>;
+    text_ = *(below<TextOps> = &text());
     text_.to_narrow = to_narrow;
     text_.to_wide = to_wide;
-    text_.system_message = system_message;
-    text_.system_message_wide = system_message_wide;
-    text_.user_language = user_language;
-    decoder_ = *decoder_below;
-    decoder_.start = start;
-    decoder_.stop = stop;
+    text_.system_message = failing<&TextOps::system_message, Slot::kMessage, false>;
+    text_.system_message_wide = failing<&TextOps::system_message_wide, Slot::kMessage, false>;
+    decoder_ = *(below<ImageDecoderOps> = &image_decoder());
+    decoder_.start = failing<&ImageDecoderOps::start, Slot::kStart, false>;
     decoder_.load = load;
-    decoder_.measure = decoder_below->measure ? measure : nullptr;
-    sockets_below = &platform::socket_ops();
-    line_below = &platform::serial_line();
-    usb_below = &platform::usb();
-    usb_ = *usb_below;
-    usb_.enumerate = enumerate;
-    platform::install_socket_ops(&kSockets);
-    platform::install_serial_line(&kLine);
-    platform::install_usb(&usb_);
-    platform::install_device_file(&kDevice);
-    platform::install_clock(&kClock);
-    platform::install_text(&text_);
-    platform::install_image_decoder(&decoder_);
+    if (decoder_.measure) {
+      decoder_.measure = failing<&ImageDecoderOps::measure, Slot::kMeasure, false>;
+    }
+    sockets_ = *(below<SocketOps> = &socket_ops());
+    sockets_.startup = failing<&SocketOps::startup, Slot::kSocketSetup, false>;
+    sockets_.parse_ipv4 = failing<&SocketOps::parse_ipv4, Slot::kSocketSetup, false>;
+    sockets_.open_tcp = failing<&SocketOps::open_tcp, Slot::kSocketSetup>;
+    sockets_.set_option = failing<&SocketOps::set_option, Slot::kSocketSetup>;
+    sockets_.bind = failing<&SocketOps::bind, Slot::kSocketSetup, false>;
+    sockets_.connect = failing<&SocketOps::connect, Slot::kConnect>;
+    sockets_.wait = failing<&SocketOps::wait, Slot::kWait, false>;
+    sockets_.pending_error = failing<&SocketOps::pending_error, Slot::kQuery, false>;
+    sockets_.send = send;
+    sockets_.recv = failing<&SocketOps::recv, Slot::kReceive>;
+    sockets_.peek = failing<&SocketOps::peek, Slot::kReceive, false>;
+    sockets_.close = failing<&SocketOps::close, kNever>;
+    line_ = *(below<SerialLineOps> = &serial_line());
+    line_.files = &device_;
+    line_.configure = failing<&SerialLineOps::configure, Slot::kLine>;
+    line_.get_timeouts = failing<&SerialLineOps::get_timeouts, Slot::kLine>;
+    line_.set_timeouts = failing<&SerialLineOps::set_timeouts, Slot::kLine>;
+    line_.set_queue_sizes = failing<&SerialLineOps::set_queue_sizes, Slot::kLine>;
+    line_.purge = failing<&SerialLineOps::purge, Slot::kPurge>;
+    // The USB family's transfers reach the failing device-file table; only
+    // the device list fails here.
+    usb_ = *(below<UsbOps> = &usb());
+    usb_.enumerate = failing<&UsbOps::enumerate, Slot::kEnumerate, false>;
+    install_socket_ops(&sockets_);
+    install_serial_line(&line_);
+    install_usb(&usb_);
+    install_device_file(&device_);
+    install_clock(&clock_);
+    install_text(&text_);
+    install_image_decoder(&decoder_);
   }
   ~FaultyPlatform() {
-    platform::install_usb(usb_below);
-    platform::install_serial_line(line_below);
-    platform::install_socket_ops(sockets_below);
+    platform::install_usb(below<platform::UsbOps>);
+    platform::install_serial_line(below<platform::SerialLineOps>);
+    platform::install_socket_ops(below<platform::SocketOps>);
     platform::install_image_decoder(nullptr);
     platform::install_text(nullptr);
-    platform::install_clock(clock_below);
-    platform::install_device_file(device);
+    platform::install_clock(below<platform::ClockOps>);
+    platform::install_device_file(below<platform::DeviceFileOps>);
     plan = nullptr;
   }
 
  private:
+  platform::DeviceFileOps device_;
+  platform::ClockOps clock_;
   platform::TextOps text_;
   platform::ImageDecoderOps decoder_;
+  platform::SocketOps sockets_;
+  platform::SerialLineOps line_;
   platform::UsbOps usb_;
 };
 

@@ -38,31 +38,18 @@ const char* model_name(uint32_t index) {
   return rows[index % rows.size()].model_name;
 }
 
-namespace {
-
-// One folder per process, removed when the process ends.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    path_ = std::filesystem::temp_directory_path() /
-            ("vorn-fuzz-" + std::to_string(std::random_device{}()));
-    std::filesystem::create_directories(path_);
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
-}  // namespace
-
 std::string scratch_path(const char* name) {
-  static ScratchFolder folder;
-  return (folder.path() / name).string();
+  // One folder per process, removed when the process ends.
+  static const struct Folder {
+    Folder() { std::filesystem::create_directories(path); }
+    ~Folder() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+    std::filesystem::path path = std::filesystem::temp_directory_path() /
+                                 ("vorn-fuzz-" + std::to_string(std::random_device{}()));
+  } folder;
+  return (folder.path / name).string();
 }
 
 WideString scratch_file(const char* name, std::span<const uint8_t> bytes) {

@@ -117,32 +117,6 @@ int32_t write_all(VORN_PORT port, const Bytes& data, uint32_t* sent) {
   return vorn_io_write(port, data.data(), 0, static_cast<uint32_t>(data.size()), sent);
 }
 
-TEST(NetworkPort, ReadexistReturnsAtOnceAndAGapAfterFirstDataEndsTheRead) {
-  TestPrinter printer;
-  std::promise<void> answer;
-  printer.run([&] {
-    int fd = printer.accept_client();
-    answer.get_future().wait();
-    const uint8_t bytes[] = {0x12, 0x34, 0x56, 0x78};
-    ::send(fd, bytes, sizeof bytes, MSG_NOSIGNAL);
-    receive(fd);
-  });
-  VORN_PORT port = printer.open_port(100, 2000, 2000);
-  uint8_t buffer[10] = {};
-  uint32_t received = 99;
-  auto start = Clock::now();
-  EXPECT_EQ(vorn_io_readexist(port, buffer, 0, sizeof buffer, &received), 0);
-  EXPECT_LT(ms_since(start), 50);
-  EXPECT_EQ(received, 0u);
-  answer.set_value();
-  start = Clock::now();
-  EXPECT_EQ(vorn_io_read(port, buffer, 0, 10, &received), VORN_ERR_IO_READ_TIMEOUT);
-  EXPECT_EQ(Bytes(buffer, buffer + received), (Bytes{0x12, 0x34, 0x56, 0x78}));
-  EXPECT_GE(ms_since(start), 90);
-  EXPECT_LT(ms_since(start), 1000) << "the read constant (2000) bounds only the first data";
-  EXPECT_EQ(vorn_io_port_destroy(port), 0);
-}
-
 TEST(NetworkPort, PrinterThatClosedIsReconnectedBeforeTheWrite) {
   TestPrinter printer;
   std::promise<void> first_closed;

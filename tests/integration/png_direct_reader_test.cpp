@@ -152,22 +152,16 @@ TEST(PngDirectReader, DamagedFilesGiveLibpngsResult) {
   }
   std::mt19937 random(5);
   for (int round = 0; round < 300; ++round) {
+    // Any byte, a chunk's length, or compressed data under a good CRC.
     std::vector<uint8_t> damaged = file;
     const size_t chunk = 33 + 212 * (random() % 8);
-    switch (round % 3) {
-      case 0:  // any byte
-        damaged[8 + random() % (file.size() - 8)] = static_cast<uint8_t>(random());
-        break;
-      case 1:  // a chunk's length
-        damaged[chunk + 3] = static_cast<uint8_t>(random());
-        break;
-      default: {  // compressed data, under a good CRC
-        damaged[chunk + 8 + random() % 200] = static_cast<uint8_t>(random());
-        const uLong crc = crc32(0, damaged.data() + chunk + 4, 204);
-        for (int i = 0; i < 4; ++i)
-          damaged[chunk + 208 + i] = static_cast<uint8_t>(crc >> (24 - 8 * i));
-      }
-    }
+    const size_t at = round % 3 == 0   ? 8 + random() % (file.size() - 8)
+                      : round % 3 == 1 ? chunk + 3
+                                       : chunk + 8 + random() % 200;
+    damaged[at] = static_cast<uint8_t>(random());
+    const uLong crc = crc32(0, damaged.data() + chunk + 4, 204);
+    for (int i = 0; round % 3 == 2 && i < 4; ++i)
+      damaged[chunk + 208 + i] = static_cast<uint8_t>(crc >> (24 - 8 * i));
     expect_as_libpng(damaged, "round " + std::to_string(round));
   }
 }

@@ -83,15 +83,6 @@ constexpr platform::DeviceFileOps kFakeDeviceOps = {
     .is_no_data_error = is_no_data_error,
     .cancel = cancel,
 };
-constexpr platform::DeviceFileOps kNoCancelOps = {
-    .open_existing = open_existing,
-    .close = close_device,
-    .write = write,
-    .read = read,
-    .is_no_data_error = is_no_data_error,
-    .cancel = nullptr,
-};
-
 }  // namespace
 
 // Fakes may nest (two sessions at once): the inner one hands back what was
@@ -108,7 +99,12 @@ FakeDevice::~FakeDevice() {
 }
 
 void FakeDevice::cannot_cancel() {
-  platform::install_device_file(&kNoCancelOps);
+  static constexpr platform::DeviceFileOps kNoCancel = [] {
+    platform::DeviceFileOps ops = kFakeDeviceOps;
+    ops.cancel = nullptr;
+    return ops;
+  }();
+  platform::install_device_file(&kNoCancel);
 }
 
 FakeDevice* FakeDevice::active() {

@@ -13,7 +13,6 @@ const char* text(const std::optional<std::string>& value) {
 
 int32_t enumerate(platform::UsbVisitor visit, void* context) {
   for (const FakeUsbDevice& device : current->devices) {
-    ++current->visited;
     const platform::UsbDevice shown{device.path.c_str(), text(device.hardware_id),
                                     text(device.location), text(device.service)};
     if (!visit(shown, context)) break;

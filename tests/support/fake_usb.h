@@ -29,7 +29,6 @@ class FakeUsb {
   int32_t enumerate_error = 0;         // returned after visiting the devices
 
   // Record.
-  int visited = 0;  // devices shown to the search, over all enumerations
   int cancels = 0;
 
   static FakeUsb* active();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/bmp_file.h"
 #include "support/fake_session.h"
 #include "support/wide_text.h"
 
@@ -16,40 +17,6 @@ namespace vorn::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-void put16(std::vector<uint8_t>& out, uint32_t v) {
-  out.push_back(static_cast<uint8_t>(v));
-  out.push_back(static_cast<uint8_t>(v >> 8));
-}
-void put32(std::vector<uint8_t>& out, uint32_t v) {
-  put16(out, v & 0xFFFF);
-  put16(out, v >> 16);
-}
-
-// A bottom-up BMP of `bits` per pixel; `rows` from the top, each already
-// padded to four bytes.
-std::vector<uint8_t> bmp(int32_t width, int32_t height, uint16_t bits,
-                         const std::vector<uint32_t>& palette,
-                         const std::vector<std::vector<uint8_t>>& rows) {
-  const uint32_t offset = 54 + 4 * static_cast<uint32_t>(palette.size());
-  std::vector<uint8_t> out{'B', 'M'};
-  put32(out, offset + static_cast<uint32_t>(rows.size() * rows[0].size()));
-  put32(out, 0);
-  put32(out, offset);
-  put32(out, 40);
-  put32(out, static_cast<uint32_t>(width));
-  put32(out, static_cast<uint32_t>(height));
-  put16(out, 1);
-  put16(out, bits);
-  for (uint32_t v : {0u, 0u, 2835u, 2835u, static_cast<uint32_t>(palette.size()), 0u}) {
-    put32(out, v);
-  }
-  for (uint32_t colour : palette) put32(out, colour);
-  for (auto row = rows.rbegin(); row != rows.rend(); ++row) {
-    out.insert(out.end(), row->begin(), row->end());
-  }
-  return out;
-}
 
 class Images : public testing::Test {
  protected:
@@ -69,7 +36,9 @@ class Images : public testing::Test {
 };
 
 TEST_F(Images, PrintImageTakesTheDecodedDots) {
-  const uint8_t k = 0x00, w = 0xFF;
+  const uint32_t k = 0x000000, w = 0xFFFFFF;
+  // 1-bit rows: 1111 0000, then 0000 1111.
+  const std::vector<uint32_t> bits = {1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1};
   const struct {
     const char* name;
     std::vector<uint8_t> file;
@@ -77,17 +46,13 @@ TEST_F(Images, PrintImageTakesTheDecodedDots) {
   } rows[] = {
       // 24 bits, 8 x 2: black on every second pixel of the top row.
       {"colour.bmp",
-       bmp(8, 2, 24, {},
-           {{k, k, k, w, w, w, k, k, k, w, w, w, k, k, k, w, w, w, k, k, k, w, w, w},
-            std::vector<uint8_t>(24, w)}),
+       make_bmp(8, 2, 24, false, {}, {k, w, k, w, k, w, k, w, w, w, w, w, w, w, w, w}),
        "1D 76 30 00 01 00 02 00 AA 00"},
       // 1 bit with white as entry 0 and black as entry 1: the colour table
       // decides which bits print.
-      {"one-bit.bmp", bmp(8, 2, 1, {0xFFFFFF, 0x000000}, {{0xF0, 0, 0, 0}, {0x0F, 0, 0, 0}}),
-       "1D 76 30 00 01 00 02 00 F0 0F"},
+      {"one-bit.bmp", make_bmp(8, 2, 1, false, {w, k}, bits), "1D 76 30 00 01 00 02 00 F0 0F"},
       // The same bits with the entries swapped print the other dots.
-      {"inverted.bmp", bmp(8, 2, 1, {0x000000, 0xFFFFFF}, {{0xF0, 0, 0, 0}, {0x0F, 0, 0, 0}}),
-       "1D 76 30 00 01 00 02 00 0F F0"},
+      {"inverted.bmp", make_bmp(8, 2, 1, false, {k, w}, bits), "1D 76 30 00 01 00 02 00 0F F0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
