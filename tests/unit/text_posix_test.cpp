@@ -69,6 +69,7 @@ TEST_F(TextPosixTest, NarrowCharsetComesFromTheEnvironment) {
       {nullptr, nullptr, "en_US", nullptr, VW("\u00FC!"), "\xFC!"},
       {nullptr, nullptr, "zh_CN.UTF-8", nullptr, VW("中文"), "\xD6\xD0\xCE\xC4"},
       {nullptr, nullptr, "zh_TW.UTF-8", nullptr, VW("中文"), "\xA4\xA4\xA4\xE5"},
+      {nullptr, nullptr, "zh_MO.UTF-8", nullptr, VW("中文"), "\xA4\xA4\xA4\xE5"},
       {nullptr, nullptr, "ja_JP.utf8", nullptr, VW("日本"), "\x93\xFA\x96\x7B"},
       {nullptr, nullptr, "ru_RU.UTF-8", nullptr, VW("Жé"), "\xC6?"},
       {nullptr, nullptr, "sr_RS.UTF-8", nullptr, VW("Жč"), "\xC6?"},
