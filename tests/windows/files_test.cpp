@@ -5,10 +5,12 @@
 #include <vorn/vorn.h>
 #include <windows.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/wide_text.h"
@@ -75,6 +77,35 @@ TEST_F(Files, SecondPortOnTheSameFileIsRefused) {
   EXPECT_EQ(vorn_io_open(second), ERROR_SHARING_VIOLATION);
   vorn_io_port_destroy(first);
   vorn_io_port_destroy(second);
+}
+
+// A device that takes nothing (a pipe nobody reads) holds a synchronous
+// write for the whole budget; a kill from another thread ends it with the
+// bytes so far.
+TEST_F(Files, KillEndsAWriteTheDeviceDoesNotTake) {
+  const std::string pipe = "\\\\.\\pipe\\vorn-lpt-" + std::to_string(GetCurrentProcessId());
+  HANDLE server = CreateNamedPipeA(pipe.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1,
+                                   4096, 4096, 0, nullptr);
+  ASSERT_NE(server, INVALID_HANDLE_VALUE);
+  VORN_PORT port = nullptr;
+  ASSERT_EQ(vorn_io_port_creator(&port, ("vorn:/dev/bus/LPT/" + pipe).c_str()), VORN_OK);
+  ASSERT_EQ(vorn_io_open(port), VORN_OK);
+  ASSERT_EQ(vorn_io_set_timeout(port, 10, 5, 2000, 0, 120000, 2000), VORN_OK);
+  const std::vector<uint8_t> job(1 << 20, 0x41);
+  uint32_t transferred = 0;
+  int32_t result = -1;
+  const auto start = std::chrono::steady_clock::now();
+  std::thread writer([&] {
+    result = vorn_io_write(port, job.data(), 0, static_cast<uint32_t>(job.size()), &transferred);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(vorn_io_kill(port), VORN_OK);
+  writer.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_EQ(result, VORN_OK);
+  EXPECT_LT(transferred, job.size());
+  EXPECT_EQ(vorn_io_port_destroy(port), VORN_OK);
+  CloseHandle(server);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // transfer that did not finish in time.
 #include <windows.h>
 
+#include <atomic>
 #include <new>
 
 #include "platform/device_file.h"
@@ -16,6 +17,9 @@ struct OpenDevice {
   HANDLE file = INVALID_HANDLE_VALUE;
   // Manual-reset, for overlapped handles only; reused by every attempt.
   HANDLE event = nullptr;
+  // Set by a kill from another thread: the running transfer is cancelled and
+  // every later one ends at once.
+  std::atomic<bool> cancelled{false};
 };
 
 OpenDevice* device_of(DeviceHandle handle) {
@@ -27,7 +31,7 @@ int32_t open_existing(const char* path, bool overlapped, DeviceHandle* out) {
   HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                             overlapped ? FILE_FLAG_OVERLAPPED : 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return last_error_or(ERROR_OPEN_FAILED);
-  auto* device = new (std::nothrow) OpenDevice{file, nullptr};
+  auto* device = new (std::nothrow) OpenDevice{file, nullptr, {}};
   if (device != nullptr && overlapped) {
     device->event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     if (device->event == nullptr) {
@@ -110,13 +114,31 @@ Attempt overlapped_transfer(const OpenDevice& device, void* data, uint32_t lengt
 
 Attempt transfer(DeviceHandle handle, void* data, uint32_t length, uint32_t wait_ms, bool writing) {
   const OpenDevice* device = device_of(handle);
+  Attempt attempt;
   if (device == nullptr) {
-    Attempt attempt;
     attempt.error = ERROR_INVALID_HANDLE;
     return attempt;
   }
-  if (device->event == nullptr) return plain_transfer(device->file, data, length, writing);
-  return overlapped_transfer(*device, data, length, wait_ms, writing);
+  if (device->cancelled) return attempt;
+  attempt = device->event == nullptr ? plain_transfer(device->file, data, length, writing)
+                                     : overlapped_transfer(*device, data, length, wait_ms, writing);
+  // A transfer cut short by a kill ends with what it moved, without the
+  // system's "aborted" or a timeout.
+  if (device->cancelled) {
+    attempt.error = 0;
+    attempt.timed_out = false;
+  }
+  return attempt;
+}
+
+// CancelIoEx reaches transfers running on other threads, synchronous ones
+// included. A kill that lands between the flag test and the start of a
+// synchronous transfer is seen by the next attempt only.
+void cancel_device(DeviceHandle handle) {
+  OpenDevice* device = device_of(handle);
+  if (device == nullptr) return;
+  device->cancelled = true;
+  CancelIoEx(device->file, nullptr);
 }
 
 Attempt write_attempt(DeviceHandle handle, const uint8_t* data, uint32_t length, uint32_t wait_ms) {
@@ -138,8 +160,7 @@ constexpr DeviceFileOps kWin32DeviceFile = {
     .write = write_attempt,
     .read = read_attempt,
     .is_no_data_error = is_no_data_error,
-    // Attempts here are not cut short yet: a kill takes effect between them.
-    .cancel = nullptr,
+    .cancel = cancel_device,
 };
 
 }  // namespace
