@@ -175,7 +175,7 @@ int32_t load(const char16_t* path, DecodedImage* out) {
       if (result != 0) return result;
       result = decode(&bytes, size, store.get());
     }
-    if (result == 0) *out = store.release();
+    if (result == 0) *out = image_of(store.release());
     return result;
   } catch (const std::bad_alloc&) {
     return ENOMEM;
@@ -223,69 +223,8 @@ int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
   }
 }
 
-const ImageStore& store_of(DecodedImage image) {
-  return *static_cast<const ImageStore*>(image);
-}
-
-int32_t width(DecodedImage image) {
-  return store_of(image).width;
-}
-int32_t height(DecodedImage image) {
-  return store_of(image).height;
-}
-int32_t bits_per_pixel(DecodedImage image) {
-  return store_of(image).bits_per_pixel;
-}
-
-uint32_t colour_table(DecodedImage image, uint32_t first, uint32_t count, ColourEntry* out) {
-  const ImageStore& store = store_of(image);
-  const uint32_t entries = store.one_bit ? 2 : 0;
-  uint32_t copied = 0;
-  for (uint32_t index = first; index < entries && copied < count; ++index) {
-    out[copied++] = store.palette[index];
-  }
-  return copied;
-}
-
-void bit_rows(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step) {
-  const ImageStore& store = store_of(image);
-  *top_row = store.top;
-  *step = store.step;
-}
-
-Rgb palette_colour(const ImageStore& store, const uint8_t* row, int32_t x) {
-  const ColourEntry& entry = store.palette[(row[x >> 3] >> (7 - (x & 7))) & 1];
-  return {entry.red, entry.green, entry.blue};
-}
-
-Rgb pixel(DecodedImage image, int32_t x, int32_t y) {
-  const ImageStore& store = store_of(image);
-  // Outside the bitmap there is only paper.
-  if (x < 0 || y < 0 || x >= store.width || y >= store.height) return {255, 255, 255};
-  const uint8_t* row = store.row(y);
-  if (store.one_bit) return palette_colour(store, row, x);
-  const uint8_t* p = row + static_cast<size_t>(x) * 3;
-  if (store.blue_first) return {p[2], p[1], p[0]};
-  return {p[0], p[1], p[2]};
-}
-
-void pixel_row(DecodedImage image, int32_t y, Rgb* out) {
-  const ImageStore& store = store_of(image);
-  if (y < 0 || y >= store.height) return;
-  const uint8_t* row = store.row(y);
-  if (store.blue_first) {
-    for (int32_t x = 0; x < store.width; ++x, row += 3) out[x] = {row[2], row[1], row[0]};
-    return;
-  }
-  if (!store.one_bit) {
-    std::memcpy(out, row, static_cast<size_t>(store.width) * 3);
-    return;
-  }
-  for (int32_t x = 0; x < store.width; ++x) out[x] = palette_colour(store, row, x);
-}
-
 void release(DecodedImage image) {
-  delete static_cast<ImageStore*>(image);
+  delete static_cast<ImageStore*>(static_cast<DecodedPicture*>(image));
 }
 
 // libpng, libjpeg and giflib keep no process-wide state to set up, so the
@@ -295,13 +234,13 @@ constexpr ImageDecoderOps kPosixImageDecoder{
     .stop = nullptr,
     .load = load,
     .measure = measure,
-    .width = width,
-    .height = height,
-    .bits_per_pixel = bits_per_pixel,
-    .colour_table = colour_table,
-    .bit_rows = bit_rows,
-    .pixel = pixel,
-    .pixel_row = pixel_row,
+    .width = picture_width,
+    .height = picture_height,
+    .bits_per_pixel = picture_bits_per_pixel,
+    .colour_table = picture_colour_table,
+    .bit_rows = picture_bit_rows,
+    .pixel = picture_pixel,
+    .pixel_row = picture_pixel_row,
     .release = release,
 };
 

@@ -1,10 +1,6 @@
 // The decoded bitmap behind every POSIX image decoder, and the per-format
 // readers that fill it from a file's bytes.
 //
-// Rows run from the top. A 1-bit image keeps its packed rows and its two
-// colour table entries, so that it takes the library's one-bit copy; every
-// other image is stored as 3 bytes per pixel (red, green, blue) with any
-// transparency already composited on white paper.
 #pragma once
 
 #include <cerrno>
@@ -12,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/decoded_picture.h"
 #include "platform/image_decoder.h"
 
 namespace vorn::platform {
@@ -29,28 +26,11 @@ inline constexpr int32_t kUndecodableImage = EILSEQ;
 // asking for gigabytes; a larger image fails with ENOMEM.
 inline constexpr uint64_t kMaxImagePixels = uint64_t{1} << 27;
 
-struct ImageStore {
-  int32_t width = 0;
-  int32_t height = 0;
-  // The depth reported to the library: 1 for a packed 1-bit image, else the
-  // depth of the file's own pixel format (4, 8, 16, 24 or 32).
-  int32_t bits_per_pixel = 0;
-  bool one_bit = false;
-  // Rows hold blue, green, red: a bitmap file's own rows, kept as they are.
-  bool blue_first = false;
+// A decoded picture as the POSIX readers fill it.
+struct ImageStore : DecodedPicture {
   // Set before decoding when only the size is wanted: `allocate` then records
   // the size without making room, and the readers stop there.
   bool size_only = false;
-  ColourEntry palette[2];
-  // Bytes of pixels in one row; rows may lie further apart (`step`).
-  size_t stride = 0;
-  // The top row, and the distance from one row to the row below it, which is
-  // negative for a bitmap file's bottom-up rows.
-  uint8_t* top = nullptr;
-  ptrdiff_t step = 0;
-  // The memory the rows are in: a bitmap of our own or a buffer taken over
-  // from the reader (the file itself, or its inflated image data).
-  std::unique_ptr<uint8_t[]> pixels;
 
   // Makes room for `width` x `height` pixels of the given kind, rows next to
   // each other; the pixels are left undefined. Returns 0, ENOMEM, or
@@ -61,8 +41,6 @@ struct ImageStore {
   // reader then hands over rows it has already (`keep`).
   int32_t check_size(int64_t new_width, int64_t new_height, bool packed_one_bit);
   void keep(std::unique_ptr<uint8_t[]> memory, uint8_t* top_row, ptrdiff_t row_step);
-  uint8_t* row(int32_t y) { return top + static_cast<ptrdiff_t>(y) * step; }
-  const uint8_t* row(int32_t y) const { return top + static_cast<ptrdiff_t>(y) * step; }
 };
 
 // A channel seen through `alpha` (0 transparent, 255 opaque) on white.

@@ -20,6 +20,7 @@ using std::min;
 #include <memory>
 #include <new>
 
+#include "platform/decoded_picture.h"
 #include "platform/image_decoder.h"
 #include "platform/win32/win32_error.h"
 
@@ -34,17 +35,7 @@ using namespace Gdiplus::DllExports;
 // gigabytes.
 constexpr uint64_t kMaxImagePixels = uint64_t{1} << 27;
 
-struct Picture {
-  int32_t width = 0;
-  int32_t height = 0;
-  int32_t bits_per_pixel = 0;
-  bool one_bit = false;
-  ColourEntry palette[2];
-  size_t stride = 0;
-  std::unique_ptr<uint8_t[]> pixels;
-
-  const uint8_t* row(int32_t y) const { return pixels.get() + static_cast<size_t>(y) * stride; }
-};
+using Picture = DecodedPicture;
 
 ULONG_PTR gdiplus_token = 0;
 
@@ -168,6 +159,8 @@ int32_t decode(GpBitmap* bitmap, Picture* picture) {
                             uint8_t[picture->stride * static_cast<size_t>(picture->height)]);
   if (!picture->pixels) return ERROR_NOT_ENOUGH_MEMORY;
   uint8_t* const pixels = picture->pixels.get();
+  picture->top = pixels;
+  picture->step = static_cast<ptrdiff_t>(picture->stride);
   const size_t stride = picture->stride;
 
   if (picture->one_bit) {
@@ -196,7 +189,7 @@ int32_t load(const char16_t* path, DecodedImage* out) {
   std::unique_ptr<Picture> picture(new (std::nothrow) Picture);
   if (!picture) return ERROR_NOT_ENOUGH_MEMORY;
   result = decode(holder.bitmap, picture.get());
-  if (result == 0) *out = picture.release();
+  if (result == 0) *out = image_of(picture.release());
   return result;
 }
 
@@ -209,64 +202,6 @@ int32_t measure(const char16_t* path, int32_t* width, int32_t* height) {
   return read_size(holder.bitmap, width, height);
 }
 
-const Picture& picture_of(DecodedImage image) {
-  return *static_cast<const Picture*>(image);
-}
-
-int32_t width(DecodedImage image) {
-  return picture_of(image).width;
-}
-int32_t height(DecodedImage image) {
-  return picture_of(image).height;
-}
-int32_t bits_per_pixel(DecodedImage image) {
-  return picture_of(image).bits_per_pixel;
-}
-
-uint32_t colour_table(DecodedImage image, uint32_t first, uint32_t count, ColourEntry* out) {
-  const Picture& picture = picture_of(image);
-  const uint32_t entries = picture.one_bit ? 2 : 0;
-  uint32_t copied = 0;
-  for (uint32_t index = first; index < entries && copied < count; ++index) {
-    out[copied++] = picture.palette[index];
-  }
-  return copied;
-}
-
-void bit_rows(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step) {
-  const Picture& picture = picture_of(image);
-  *top_row = picture.pixels.get();
-  *step = static_cast<ptrdiff_t>(picture.stride);
-}
-
-Rgb palette_colour(const Picture& picture, const uint8_t* row, int32_t x) {
-  const ColourEntry& entry = picture.palette[(row[x >> 3] >> (7 - (x & 7))) & 1];
-  return {entry.red, entry.green, entry.blue};
-}
-
-Rgb pixel(DecodedImage image, int32_t x, int32_t y) {
-  const Picture& picture = picture_of(image);
-  // Outside the bitmap there is only paper.
-  if (x < 0 || y < 0 || x >= picture.width || y >= picture.height) return {255, 255, 255};
-  const uint8_t* row = picture.row(y);
-  if (picture.one_bit) return palette_colour(picture, row, x);
-  const uint8_t* p = row + static_cast<size_t>(x) * 3;
-  return {p[0], p[1], p[2]};
-}
-
-static_assert(sizeof(Rgb) == 3, "pixel rows are copied as packed red, green, blue bytes");
-
-void pixel_row(DecodedImage image, int32_t y, Rgb* out) {
-  const Picture& picture = picture_of(image);
-  if (y < 0 || y >= picture.height) return;
-  const uint8_t* row = picture.row(y);
-  if (!picture.one_bit) {
-    std::memcpy(out, row, static_cast<size_t>(picture.width) * 3);
-    return;
-  }
-  for (int32_t x = 0; x < picture.width; ++x) out[x] = palette_colour(picture, row, x);
-}
-
 void release(DecodedImage image) {
   delete static_cast<Picture*>(image);
 }
@@ -276,13 +211,13 @@ constexpr ImageDecoderOps kGdiplusDecoder{
     .stop = stop,
     .load = load,
     .measure = measure,
-    .width = width,
-    .height = height,
-    .bits_per_pixel = bits_per_pixel,
-    .colour_table = colour_table,
-    .bit_rows = bit_rows,
-    .pixel = pixel,
-    .pixel_row = pixel_row,
+    .width = picture_width,
+    .height = picture_height,
+    .bits_per_pixel = picture_bits_per_pixel,
+    .colour_table = picture_colour_table,
+    .bit_rows = picture_bit_rows,
+    .pixel = picture_pixel,
+    .pixel_row = picture_pixel_row,
     .release = release,
 };
 
