@@ -41,6 +41,11 @@ class LoadedImage {
   platform::Rgb pixel(int32_t x, int32_t y) const { return ops_->pixel(image_, x, y); }
   // The colours of the `width()` pixels of row y, the same as `pixel` gives.
   void pixel_row(int32_t y, platform::Rgb* out) const;
+  // The decoder's own rows of three bytes per pixel, when it holds the image
+  // that way (see platform::ImageDecoderOps::colour_rows); else false.
+  bool colour_rows(const uint8_t** top_row, ptrdiff_t* step, bool* blue_first) const {
+    return ops_->colour_rows != nullptr && ops_->colour_rows(image_, top_row, step, blue_first);
+  }
 
  private:
   const platform::ImageDecoderOps* ops_ = nullptr;

@@ -69,4 +69,14 @@ void picture_pixel_row(DecodedImage image, int32_t y, Rgb* out) {
   }
 }
 
+bool picture_colour_rows(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step,
+                         bool* blue_first) {
+  const DecodedPicture& picture = picture_of(image);
+  if (picture.one_bit) return false;
+  *top_row = picture.top;
+  *step = picture.step;
+  *blue_first = picture.blue_first;
+  return true;
+}
+
 }  // namespace vorn::platform

@@ -51,5 +51,7 @@ uint32_t picture_colour_table(DecodedImage image, uint32_t first, uint32_t count
 void picture_bit_rows(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step);
 Rgb picture_pixel(DecodedImage image, int32_t x, int32_t y);
 void picture_pixel_row(DecodedImage image, int32_t y, Rgb* out);
+bool picture_colour_rows(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step,
+                         bool* blue_first);
 
 }  // namespace vorn::platform

@@ -65,6 +65,13 @@ struct ImageDecoderOps {
   void (*pixel_row)(DecodedImage image, int32_t y, Rgb* out);
   // Frees an image from load.
   void (*release)(DecodedImage image);
+  // For an image held as three bytes per pixel: its top row, the signed
+  // distance in bytes from one row to the row below it, and whether each
+  // pixel's bytes run blue, green, red (else red, green, blue); transparency
+  // already composited as `pixel` gives it. Returns false for images held
+  // any other way. May be null; readers then use `pixel_row`.
+  bool (*colour_rows)(DecodedImage image, const uint8_t** top_row, ptrdiff_t* step,
+                      bool* blue_first);
 };
 
 // The operations in force (the native ones unless a test installed others).

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -193,6 +194,57 @@ TEST(Conversion, GivesTheExpectedDots) {
   for (const auto& c : cases) {
     for (bool rows : {true, false}) {
       EXPECT_EQ(convert(c.picture, c.columns, rows), hex(c.dots)) << c.name << " " << rows;
+    }
+  }
+}
+
+// The diffusion rule as written, on a work plane of the whole image.
+std::vector<uint8_t> plain_diffusion(std::vector<int32_t> work, int32_t w, int32_t h) {
+  std::vector<uint8_t> dots(image::raster_bytes(w, h), 0);
+  const size_t row_bytes = (static_cast<size_t>(w) + 7) / 8;
+  auto pass = [&](int32_t x, int32_t y, int32_t share) {
+    if (x >= 0 && x < w && y < h) work[static_cast<size_t>(y) * w + x] += share;
+  };
+  for (int32_t y = 0; y < h; ++y) {
+    for (int32_t x = 0; x < w; ++x) {
+      const int32_t v = work[static_cast<size_t>(y) * w + x];
+      if (v <= 128) dots[y * row_bytes + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
+      const int32_t e = v <= 128 ? v : v - 255;
+      pass(x + 1, y, e * 7 / 16), pass(x - 1, y + 1, e * 3 / 16);
+      pass(x, y + 1, e * 5 / 16), pass(x + 1, y + 1, e / 16);
+    }
+  }
+  return dots;
+}
+
+struct PlaneRows : image::GrayRows {
+  std::vector<int32_t> plane;
+  int32_t width = 0;
+  void read(int32_t y, int16_t* out) const override {
+    for (int32_t x = 0; x < width; ++x) out[x] = static_cast<int16_t>(plane[y * width + x]);
+  }
+};
+
+TEST(Diffusion, RowByRowAndInBandsGiveThePlainRulesBits) {
+  // Widths about a byte and the bands' lag, heights about a band of eight.
+  const std::pair<int32_t, int32_t> sizes[] = {{1, 1},   {1, 20}, {2, 9},    {5, 17},   {8, 7},
+                                               {23, 16}, {24, 3}, {100, 25}, {576, 41}, {1024, 9}};
+  std::mt19937 random(7);
+  // Runs of the extremes and the threshold among random grays.
+  const int32_t levels[] = {0, 128, 129, 254};
+  for (const auto& [w, h] : sizes) {
+    PlaneRows rows;
+    rows.width = w;
+    for (int32_t i = 0; i < w * h; ++i) {
+      rows.plane.push_back(random() % 3 == 0 ? levels[random() % 4] : random() % 255);
+    }
+    const std::vector<uint8_t> want = plain_diffusion(rows.plane, w, h);
+    for (bool bands : {false, true}) {
+      std::vector<uint8_t> out(want.size(), 0);
+      EXPECT_EQ(bands ? image::diffuse_in_bands(rows, w, h, out.data())
+                      : image::diffuse_row_by_row(rows, w, h, out.data()),
+                0);
+      EXPECT_EQ(out, want) << w << " x " << h << (bands ? " in bands" : " row by row");
     }
   }
 }

@@ -242,6 +242,7 @@ constexpr ImageDecoderOps kPosixImageDecoder{
     .pixel = picture_pixel,
     .pixel_row = picture_pixel_row,
     .release = release,
+    .colour_rows = picture_colour_rows,
 };
 
 }  // namespace

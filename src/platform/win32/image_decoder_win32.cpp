@@ -219,6 +219,7 @@ constexpr ImageDecoderOps kGdiplusDecoder{
     .pixel = picture_pixel,
     .pixel_row = picture_pixel_row,
     .release = release,
+    .colour_rows = picture_colour_rows,
 };
 
 }  // namespace
