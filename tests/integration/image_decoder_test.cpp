@@ -142,13 +142,18 @@ int32_t probe(const fs::path& path, int32_t* width = nullptr, int32_t* height = 
 }
 
 // The pixels as red, green, blue bytes, top row first, read as whole rows;
-// each must be what the pixel accessor gives.
+// each must be what the pixel accessor gives, and what the decoder's own
+// three-byte rows hold where it gives them out.
 std::vector<uint8_t> pixels_of(const fs::path& path, int32_t width, int32_t bits_per_pixel) {
   image::LoadedImage image;
   EXPECT_EQ(image.load(wide(path).c_str()), 0) << path;
   if (!image.loaded()) return {};
   EXPECT_EQ(image.width(), width) << path;
   EXPECT_EQ(image.bits_per_pixel(), bits_per_pixel) << path;
+  const uint8_t* top = nullptr;
+  ptrdiff_t step = 0;
+  bool blue_first = false;
+  const bool own_rows = image.colour_rows(&top, &step, &blue_first);
   std::vector<uint8_t> out;
   std::vector<platform::Rgb> row(width);
   for (int32_t y = 0; y < image.height(); ++y) {
@@ -157,6 +162,12 @@ std::vector<uint8_t> pixels_of(const fs::path& path, int32_t width, int32_t bits
       const platform::Rgb p = image.pixel(x, y);
       EXPECT_TRUE(p.red == row[x].red && p.green == row[x].green && p.blue == row[x].blue)
           << path << " at " << x << "," << y;
+      if (own_rows) {
+        const uint8_t* own = top + y * step + x * 3;
+        const uint8_t red = own[blue_first ? 2 : 0], blue = own[blue_first ? 0 : 2];
+        EXPECT_TRUE(p.red == red && p.green == own[1] && p.blue == blue)
+            << path << " own row at " << x << "," << y;
+      }
       out.insert(out.end(), {p.red, p.green, p.blue});
     }
   }

@@ -33,19 +33,33 @@ struct Picture {
   bool bottom_up = false;  // bit rows stored bottom row first
   bool fails = false;      // the load fails with load_error (maybe 0)
   int32_t load_error = 0;
+  std::vector<uint8_t> blue_first;  // the pixels as blue, green, red bytes, bottom row first
 };
+
+// How the fake gives out colours: pixel by pixel, by rows of Rgb, or its own
+// three-byte rows (red first, top-down; blue first, bottom-up).
+enum class Rows { kPixels, kReader, kRedFirst, kBlueFirst };
 
 // Installed for its lifetime; counts starts, stops and live images.
 class FakeDecoder {
  public:
-  explicit FakeDecoder(bool row_reader = true, bool size_reader = false) {
+  explicit FakeDecoder(Rows rows = Rows::kReader, bool size_reader = false) : rows_(rows) {
     active_ = this;
-    if (!row_reader) ops_.pixel_row = nullptr;
+    if (rows == Rows::kPixels) ops_.pixel_row = nullptr;
+    if (rows == Rows::kRedFirst || rows == Rows::kBlueFirst) ops_.colour_rows = colour_rows;
     if (size_reader) ops_.measure = measure;
     previous_ = platform::install_image_decoder(&ops_);
   }
   ~FakeDecoder() { platform::install_image_decoder(previous_), active_ = nullptr; }
-  void add(const WideString& path, Picture picture) { pictures_[path] = std::move(picture); }
+  void add(const WideString& path, Picture picture) {
+    for (int32_t y = picture.height - 1; y >= 0 && !picture.pixels.empty(); --y) {
+      for (int32_t x = 0; x < picture.width; ++x) {
+        const Rgb& p = picture.pixels[static_cast<size_t>(y) * picture.width + x];
+        picture.blue_first.insert(picture.blue_first.end(), {p.blue, p.green, p.red});
+      }
+    }
+    pictures_[path] = std::move(picture);
+  }
 
   int starts = 0, stops = 0, live = 0, loads = 0;
   int32_t start_error = 0;
@@ -101,12 +115,24 @@ class FakeDecoder {
     for (int32_t x = 0; x < of(image).width; ++x) out[x] = pixel(image, x, y);
   }
   static void release(DecodedImage) { --active_->live; }
+  static bool colour_rows(DecodedImage image, const uint8_t** top, ptrdiff_t* step,
+                          bool* blue_first) {
+    const Picture& p = of(image);
+    if (p.bits_per_pixel == 1) return false;
+    const ptrdiff_t row = ptrdiff_t{p.width} * 3;
+    *blue_first = active_->rows_ == Rows::kBlueFirst;
+    *top = *blue_first ? p.blue_first.data() + (p.height - 1) * row
+                       : reinterpret_cast<const uint8_t*>(p.pixels.data());
+    *step = *blue_first ? -row : row;
+    return true;
+  }
 
   static inline FakeDecoder* active_ = nullptr;
   // Without a size reader: the probe loads the picture.
   platform::ImageDecoderOps ops_{start, stop,  load,     nullptr, width,     height,
                                  depth, table, bit_rows, pixel,   pixel_row, release};
   const platform::ImageDecoderOps* previous_ = nullptr;
+  const Rows rows_;
   std::map<WideString, Picture> pictures_;
 };
 
@@ -136,8 +162,8 @@ const WideString kPath = VW("picture.png");
 
 // Converts `picture` to the raster (or column) layout; the image must be
 // released afterwards.
-std::vector<uint8_t> convert(const Picture& picture, bool columns = false, bool row_reader = true) {
-  FakeDecoder decoder(row_reader);
+std::vector<uint8_t> convert(const Picture& picture, bool columns, Rows rows) {
+  FakeDecoder decoder(rows);
   decoder.add(kPath, picture);
   const int32_t w = picture.width, h = picture.height;
   std::vector<uint8_t> out(columns ? image::column_bytes(w, h) : image::raster_bytes(w, h));
@@ -184,16 +210,19 @@ TEST(Conversion, GivesTheExpectedDots) {
       {"highest_value_passes_55_right", gray_rows(3, {128, 72, 72, 64, 255, 50}), "E0 80"},
       // 128 passes +40 down (5/16): 92 below stays blank.
       {"down_share_five_sixteenths", gray_rows(1, {128, 92}), "80 00"},
+      // Gray 134 is blank; with red and blue swapped it would be 87, a dot.
+      {"red_weighs_more_than_blue", colour(1, 1, {{255, 100, 0}}), "00"},
       // Average threshold, in columns: below 128 is a dot, by integer division.
       {"integer_average_128_is_blank", colour(1, 1, {{127, 128, 129}}), "00", true},
       {"integer_average_127_is_a_dot", colour(1, 1, {{126, 128, 129}}), "80", true},
       {"nine_high_takes_two_bytes", colour(1, 9, {kBlack}), "FF 80", true},
       {"one_bit_image_by_colour", one_bit_by_colour, "00 80", true},
   };
-  // Decoders with and without a row reader give the same dots.
+  // However the decoder gives its colours out, the dots are the same.
   for (const auto& c : cases) {
-    for (bool rows : {true, false}) {
-      EXPECT_EQ(convert(c.picture, c.columns, rows), hex(c.dots)) << c.name << " " << rows;
+    for (Rows rows : {Rows::kPixels, Rows::kReader, Rows::kRedFirst, Rows::kBlueFirst}) {
+      EXPECT_EQ(convert(c.picture, c.columns, rows), hex(c.dots))
+          << c.name << " " << static_cast<int>(rows);
     }
   }
 }
@@ -296,7 +325,7 @@ TEST(ImageDecoderLifeCycle, StartedWhenIdleAndStoppedWithTheLastImage) {
 // A decoder that reads sizes from headers is asked for the size instead of
 // loading the picture, inside the same start and stop.
 TEST(ImageDecoderLifeCycle, SizeReaderServesTheProbeWithoutALoad) {
-  FakeDecoder decoder(true, true);
+  FakeDecoder decoder(Rows::kReader, true);
   decoder.add(kPath, colour(3, 2, {kWhite}));
   int32_t width = 0, height = 0;
   ASSERT_EQ(image::probe_size(kPath.c_str(), &width, &height), 0);
