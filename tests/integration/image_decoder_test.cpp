@@ -127,9 +127,42 @@ void write_gif(const fs::path& path) {
   GifFreeMapObject(map);
 }
 
+// Small pictures of every format and reader path, written for each test.
 class ImageDecoder : public testing::Test {
  protected:
-  void SetUp() override { fs::create_directories(dir_); }
+  void SetUp() override {
+    fs::create_directories(dir_);
+    // 10 x 2, black at row 0 pixels 4-9 and row 1 pixels 0-7, as palette
+    // (black, white), palette (white, black), 1-bit gray, and a palette whose
+    // transparent entry 1 is white on paper.
+    const std::vector<std::vector<uint8_t>> white_is_1 = {hex("F0 00"), hex("00 C0")};
+    write_png(file("bw.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, white_is_1,
+              {{0, 0, 0}, {255, 255, 255}});
+    write_png(file("wb.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, {hex("0F C0"), hex("FF 00")},
+              {{255, 255, 255}, {0, 0, 0}});
+    write_png(file("gray.png"), 10, 1, PNG_COLOR_TYPE_GRAY, white_is_1);
+    write_png(file("trns.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, white_is_1, {{0, 0, 0}, {0, 0, 0}},
+              {255, 0});
+    const std::vector<std::vector<uint8_t>> rgb = {hex("102030 405060 708090"),
+                                                   hex("A0B0C0 D0E0F0 010203")};
+    write_png(file("rgb.png"), 3, 8, PNG_COLOR_TYPE_RGB, rgb);
+    write_png(file("interlaced.png"), 3, 8, PNG_COLOR_TYPE_RGB, rgb, {}, {}, true);
+    // Black at alpha 0, 128 and 255, then opaque red.
+    write_png(file("rgba.png"), 4, 8, PNG_COLOR_TYPE_RGB_ALPHA,
+              {hex("00000000 00000080 000000FF FF0000FF")});
+    write_png(file("palette.png"), 3, 8, PNG_COLOR_TYPE_PALETTE, {hex("02 01 00")},
+              {{10, 20, 30}, {250, 128, 1}, {0, 0, 0}});
+    write_png(file("gray16.png"), 2, 16, PNG_COLOR_TYPE_GRAY, {hex("FFFF 8000")});
+    std::vector<uint8_t> halves;  // 16 x 8, black left, white right
+    for (int i = 0; i < 16 * 8; ++i) halves.insert(halves.end(), 3, i % 16 < 8 ? 0 : 255);
+    write_jpeg(file("halves.jpg"), 16, 8, 3, halves);
+    write_jpeg(file("gray.jpg"), 8, 8, 1, std::vector<uint8_t>(64, 60));
+    write_gif(file("frame.gif"));
+    // 8 x 2: the top row alternates black and white, the bottom row is white.
+    std::vector<uint32_t> values(16, 0xFFFFFF);
+    for (int x = 0; x < 8; x += 2) values[x] = 0;
+    write_all(file("p.bmp"), make_bmp(8, 2, 24, false, {}, values));
+  }
   void TearDown() override { fs::remove_all(dir_); }
   fs::path file(const std::string& name) const { return dir_ / name; }
   const fs::path dir_ =
@@ -183,17 +216,6 @@ std::vector<uint8_t> raster(const fs::path& path) {
 }
 
 TEST_F(ImageDecoder, OneBitPngsStayOneBitAndPrintTheSameBlackPixels) {
-  // 10 x 2, black at row 0 pixels 4-9 and row 1 pixels 0-7, as palette
-  // (black, white), palette (white, black), 1-bit gray, and a palette whose
-  // transparent entry 1 is white on paper.
-  const std::vector<std::vector<uint8_t>> white_is_1 = {hex("F0 00"), hex("00 C0")};
-  write_png(file("bw.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, white_is_1,
-            {{0, 0, 0}, {255, 255, 255}});
-  write_png(file("wb.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, {hex("0F C0"), hex("FF 00")},
-            {{255, 255, 255}, {0, 0, 0}});
-  write_png(file("gray.png"), 10, 1, PNG_COLOR_TYPE_GRAY, white_is_1);
-  write_png(file("trns.png"), 10, 1, PNG_COLOR_TYPE_PALETTE, white_is_1, {{0, 0, 0}, {0, 0, 0}},
-            {255, 0});
   for (const char* name : {"bw.png", "wb.png", "gray.png", "trns.png"}) {
     EXPECT_EQ(pixels_of(file(name), 10, 1).size(), 10u * 2 * 3) << name;
     EXPECT_EQ(raster(file(name)), hex("0F C0 FF 00")) << name;
@@ -201,16 +223,6 @@ TEST_F(ImageDecoder, OneBitPngsStayOneBitAndPrintTheSameBlackPixels) {
 }
 
 TEST_F(ImageDecoder, ColourPngsGiveExactPixelsOnWhite) {
-  const std::vector<std::vector<uint8_t>> rgb = {hex("102030 405060 708090"),
-                                                 hex("A0B0C0 D0E0F0 010203")};
-  write_png(file("rgb.png"), 3, 8, PNG_COLOR_TYPE_RGB, rgb);
-  write_png(file("interlaced.png"), 3, 8, PNG_COLOR_TYPE_RGB, rgb, {}, {}, true);
-  // Black at alpha 0, 128 and 255, then opaque red.
-  write_png(file("rgba.png"), 4, 8, PNG_COLOR_TYPE_RGB_ALPHA,
-            {hex("00000000 00000080 000000FF FF0000FF")});
-  write_png(file("palette.png"), 3, 8, PNG_COLOR_TYPE_PALETTE, {hex("02 01 00")},
-            {{10, 20, 30}, {250, 128, 1}, {0, 0, 0}});
-  write_png(file("gray16.png"), 2, 16, PNG_COLOR_TYPE_GRAY, {hex("FFFF 8000")});
   const struct {
     const char* name;
     int32_t width, bits_per_pixel;
@@ -281,7 +293,6 @@ TEST_F(ImageDecoder, BmpDepthsGiveTheColoursOfEveryPixel) {
 }
 
 TEST_F(ImageDecoder, GifFirstFrameOnWhitePaperWithInterlacedRowsInPlace) {
-  write_gif(file("frame.gif"));
   std::vector<uint8_t> expected;
   for (int y = 0; y < 7; ++y) {
     for (int x = 0; x < 4; ++x) {
@@ -295,14 +306,10 @@ TEST_F(ImageDecoder, GifFirstFrameOnWhitePaperWithInterlacedRowsInPlace) {
 }
 
 TEST_F(ImageDecoder, JpegKeepsDarkAndLightApart) {
-  std::vector<uint8_t> halves;  // 16 x 8, black left, white right
-  for (int i = 0; i < 16 * 8; ++i) halves.insert(halves.end(), 3, i % 16 < 8 ? 0 : 255);
-  write_jpeg(file("halves.jpg"), 16, 8, 3, halves);
   const std::vector<uint8_t> pixels = pixels_of(file("halves.jpg"), 16, 24);
   ASSERT_EQ(pixels.size(), 16u * 8 * 3);
   EXPECT_LT(pixels[(4 * 16 + 2) * 3 + 1], 30);
   EXPECT_GT(pixels[(4 * 16 + 13) * 3 + 1], 225);
-  write_jpeg(file("gray.jpg"), 8, 8, 1, std::vector<uint8_t>(64, 60));
   EXPECT_NEAR(pixels_of(file("gray.jpg"), 8, 8).at(2), 60, 4);
 }
 
@@ -343,45 +350,19 @@ TEST_F(ImageDecoder, FailureNumbers) {
 }
 
 TEST_F(ImageDecoder, CommandsReadTheFileThroughTheDecoder) {
-  // 8 x 2: the top row alternates black and white, the bottom row is white.
-  std::vector<uint32_t> values(16, 0xFFFFFF);
-  for (int x = 0; x < 8; x += 2) values[x] = 0;
-  write_all(file("p.bmp"), make_bmp(8, 2, 24, false, {}, values));
   FakeSession session("VR-T82B");
   const WideString path = wide(file("p.bmp"));
   ASSERT_EQ(PrintImage(session.handle(), path.c_str(), 0), VORN_OK);
   EXPECT_EQ(session.take_written(), hex("1D 76 30 00 01 00 02 00 AA 00"));
 }
 
-// A sample of every format and reader path.
-std::vector<std::pair<std::string, std::vector<uint8_t>>> samples(const fs::path& dir) {
-  std::vector<std::vector<uint8_t>> rows(30);
-  for (int y = 0; y < 30; ++y) {
-    for (int x = 0; x < 40; ++x)
-      rows[y].insert(rows[y].end(), {uint8_t(x * 20 + y), uint8_t(x * 7), uint8_t(y * 30)});
-  }
-  write_png(dir / "s.png", 40, 8, PNG_COLOR_TYPE_RGB, rows);
-  write_png(dir / "si.png", 40, 8, PNG_COLOR_TYPE_RGB, rows, {}, {}, true);
-  write_png(dir / "s1.png", 10, 1, PNG_COLOR_TYPE_PALETTE, {hex("F0 00"), hex("00 C0")},
-            {{0, 0, 0}, {255, 255, 255}});
-  std::vector<uint8_t> pixels;
-  for (int i = 0; i < 24 * 16; ++i) pixels.insert(pixels.end(), {uint8_t(i), uint8_t(i * 3), 77});
-  write_jpeg(dir / "s.jpg", 24, 16, 3, pixels);
-  write_gif(dir / "s.gif");
-  write_all(dir / "s.bmp",
-            make_bmp(7, 3, 4, false, {0x010203, 0x040506}, std::vector<uint32_t>(21, 1)));
-  std::vector<std::pair<std::string, std::vector<uint8_t>>> out;
-  for (const char* name : {"s.png", "si.png", "s1.png", "s.jpg", "s.gif", "s.bmp"}) {
-    out.emplace_back(name, read_all(dir / name));
-  }
-  return out;
-}
-
 // The size probe reads headers only: it gives the size a load gives, and a
 // file cut in its pixel data passes it and fails at the conversion, which
 // decodes the pixels.
 TEST_F(ImageDecoder, ProbeReadsHeadersAndTruncatedPixelsFailAtConversion) {
-  for (const auto& [name, bytes] : samples(dir_)) {
+  for (const std::string name :
+       {"rgb.png", "interlaced.png", "bw.png", "halves.jpg", "frame.gif", "p.bmp"}) {
+    const std::vector<uint8_t> bytes = read_all(dir_ / name);
     ASSERT_GT(bytes.size(), 40u) << name;
     image::LoadedImage loaded;
     ASSERT_EQ(loaded.load(wide(dir_ / name).c_str()), 0) << name;
