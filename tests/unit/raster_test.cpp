@@ -274,8 +274,6 @@ TEST(PrintBitMapData, InvertsTheDataAndChecksTheEncoderRanges) {
       {kT82, 0, 9, 2, 0xFF, 0, "1D 76 30 00 02 00 02 00", 0x00},
       {kM58, 3, 8, 1, 0x5A, 0, "1D 76 30 03 01 00 01 00", 0xA5},
       {"unknown", 0, 1024, 1, 0xF0, 0, "1D 76 30 00 80 00 01 00", 0x0F},
-      {"unknown", 0, 1025, 1, 0xF0, VORN_ERR_PARAMETER},
-      {"unknown", 0, 8, 2304, 0xFE, VORN_ERR_PARAMETER},
       {kT82, 0, 0, 1, 0, VORN_ERR_PARAMETER},
       {kT82, 0, INT32_MAX, 1, 0, VORN_ERR_PARAMETER},
       {kT82, 4, 8, 1, 0, VORN_ERR_PARAMETER},
