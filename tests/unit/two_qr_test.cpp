@@ -93,29 +93,44 @@ TEST(PrintTwoQRCode, PositionCodesOrDots) {
   }
 }
 
-TEST(PrintTwoQRCode, SizeAnswersAreParsedOrRefused) {
-  const std::pair<const char*, int32_t> answers[] = {
+// The size answers, texts and module sizes a call takes or refuses. A
+// call that ends leaves standard mode selected and nothing in the buffer.
+TEST(PrintTwoQRCode, AnswersTextsAndModuleSizesAreChecked) {
+  const char* const kPage96 = "1B 4C 1B 57 00 00 00 00 80 01 68 00";
+  struct Case {
+    const char* answer;  // to both queries
+    int32_t result;
+    const char* written;  // all of it if refused, part of it if not
+    WideString data1 = VW("A"), data2 = VW("B");
+    int32_t module2 = 5;
+  } cases[] = {
       // Fields read like the C library reads numbers.
-      {"37 36 20 31 32 30 1F 20 2B 39 36 1F 00", VORN_OK},
-      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 00", VORN_OK},  // 18 bytes of text
-      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 30 00", VORN_ERR_BAD_ANSWER},
-      {"37 37 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER},
-      {"36 36 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER},
-      {"37 36 39 36 1F 39 36 00", VORN_ERR_BAD_ANSWER},
-      {"37 36 39 36 00", VORN_ERR_BAD_ANSWER},
+      {"37 36 20 31 32 30 1F 20 2B 39 36 1F 00", VORN_OK, kPage96},
+      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 00", VORN_OK, kPage96},  // 18 bytes
+      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 30 00", VORN_ERR_BAD_ANSWER,
+       kQueryA4},
+      {"37 37 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"36 36 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"37 36 39 36 1F 39 36 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"37 36 39 36 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      // Both texts are converted, into 260 bytes each, before any query.
+      {kAnswer96, VORN_ERR_BUFFER_TOO_SMALL, "", VW("A"), WideString(260, VW('B'))},
+      {kAnswer96, VORN_ERR_PARAMETER, kQueryA4, VW("A"), VW("B"), 17},
+      // 259 bytes fit: the store command counts 259 + 3 = 0x106.
+      {kAnswer96, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41", WideString(259, VW('A'))},
   };
-  for (const auto& [answer, result] : answers) {
-    SCOPED_TRACE(answer);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.answer << ", result " << c.result);
     FakeSession session("VR-M60A");
-    script_answers(session, {answer, answer});
-    EXPECT_EQ(print_two(session, 0, 0, 0, 0), result);
+    script_answers(session, {c.answer, c.answer});
+    EXPECT_EQ(PrintTwoQRCode(session.handle(), c.data1.c_str(), 4, 0, 0, c.data2.c_str(), c.module2,
+                             0, 0),
+              c.result);
     const std::vector<uint8_t> written = session.take_written();
-    if (result == VORN_OK) {
-      EXPECT_TRUE(contains(written, hex("1B 4C 1B 57 00 00 00 00 80 01 68 00")));
-    } else {
-      EXPECT_EQ(written, hex(kQueryA4));  // nothing after the first query
-      EXPECT_EQ(session.context().page_mode, 0);
-    }
+    EXPECT_TRUE(c.result == VORN_OK ? contains(written, hex(c.written))
+                                    : written == hex(c.written));
+    EXPECT_TRUE(session.pending().empty());
+    EXPECT_EQ(session.context().page_mode, 0);
   }
 }
 
@@ -163,31 +178,6 @@ TEST(PrintTwoQRCode, PageFailuresLeavePageModeSelected) {
   EXPECT_TRUE(contains(written, hex(kSymbolA4)));
   EXPECT_FALSE(contains(written, cat({kSymbolA4, "1B 24"})));
   EXPECT_TRUE(low.pending().empty());
-}
-
-TEST(PrintTwoQRCode, TextsAndModuleSizesAreCheckedBeforeUse) {
-  struct Case {
-    WideString data1, data2;
-    int32_t module2, result;
-    const char* written;
-  } cases[] = {
-      // Both texts are converted, into 260 bytes each, before any query.
-      {VW("A"), WideString(260, VW('B')), 5, VORN_ERR_BUFFER_TOO_SMALL, ""},
-      {VW("A"), VW("B"), 17, VORN_ERR_PARAMETER, kQueryA4},
-      // 259 bytes fit: the store command counts 259 + 3 = 0x106.
-      {WideString(259, VW('A')), VW("B"), 5, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41"},
-  };
-  for (const Case& c : cases) {
-    FakeSession session("VR-M60A");
-    script_answers(session, {kAnswer96, kAnswer96});
-    EXPECT_EQ(PrintTwoQRCode(session.handle(), c.data1.c_str(), 4, 0, 0, c.data2.c_str(), c.module2,
-                             0, 0),
-              c.result);
-    const std::vector<uint8_t> written = session.take_written();
-    EXPECT_TRUE(c.result == VORN_OK ? contains(written, hex(c.written)) : written == hex(c.written))
-        << c.result;
-    EXPECT_TRUE(session.pending().empty());
-  }
 }
 
 }  // namespace
