@@ -83,41 +83,40 @@ Bitmap region(const Bitmap& b, int x, int y, int w, int h) {
 struct DotsCase {
   const char* name;
   const char* input;
-  const char* kind;
-  int x, y;
-  std::string expected;  // the only dots of the picture, as art()
+  std::string expected;  // the only dots of the picture, as art(), at (x, y)
+  int x = 0, y = 0;
+  const char* kind = "receipt";
   uint32_t model_id = 0;
 };
 
 const DotsCase kImageCases[] = {
-    {"raster", "1D 76 30 00 01 00 02 00 A5 3C", "receipt", 0, 0, "#.#..#.#|..####.."},
-    {"compressed raster", "1D 76 30 20 02 00 02 00 FF A5 01 3C 81", "receipt", 0, 0,
+    {"raster", "1D 76 30 00 01 00 02 00 A5 3C", "#.#..#.#|..####.."},
+    {"compressed raster", "1D 76 30 20 02 00 02 00 FF A5 01 3C 81",
      "#.#..#.##.#..#.#|..####..#......#"},
-    {"raster double width and height", "1D 76 30 33 01 00 01 00 C0", "receipt", 0, 0, "####|####"},
-    {"raster centred", "1B 61 01 1D 76 30 00 01 00 01 00 FF", "receipt", 28, 0, "########"},
+    {"raster double width and height", "1D 76 30 33 01 00 01 00 C0", "####|####"},
+    {"raster centred", "1B 61 01 1D 76 30 00 01 00 01 00 FF", "########", 28},
     {"NV graphic",
      "1D 28 4C 0C 00 30 43 30 41 42 01 08 00 01 00 31 81 1D 28 4C 06 00 30 45 41 42 01 01",
-     "receipt", 0, 0, "#......#"},
+     "#......#"},
     {"download graphic, long form",
      "1D 38 4C 0C 00 00 00 30 53 30 41 42 01 08 00 01 00 31 81 1D 28 4C 06 00 30 55 41 42 01 01",
-     "receipt", 0, 0, "#......#"},
+     "#......#"},
     {"print buffer graphic", "1D 28 4C 0B 00 30 70 30 01 01 31 08 00 01 00 F0 1D 28 4C 02 00 30 32",
-     "receipt", 0, 0, "####"},
-    {"downloaded bit image", "1D 2A 01 01 80 00 00 00 00 00 00 01 1D 2F 00", "receipt", 0, 0,
+     "####"},
+    {"downloaded bit image", "1D 2A 01 01 80 00 00 00 00 00 00 01 1D 2F 00",
      "#.......|........|........|........|........|........|........|.......#"},
-    {"NV bit image", "1C 71 01 01 00 01 00 81 00 00 00 00 00 00 00 1C 70 01 00", "receipt", 0, 0,
-     "#|.|.|.|.|.|.|#"},
-    {"column image, 24 dots", "1B 2A 21 02 00 80 00 01 00 80 00 0A", "receipt", 0, 0,
+    {"NV bit image", "1C 71 01 01 00 01 00 81 00 00 00 00 00 00 00 1C 70 01 00", "#|.|.|.|.|.|.|#"},
+    {"column image, 24 dots", "1B 2A 21 02 00 80 00 01 00 80 00 0A",
      "#.|..|..|..|..|..|..|..|.#|..|..|..|..|..|..|..|..|..|..|..|..|..|..|#."},
     {"page, upright",
      "1B 4C 1B 57 00 00 00 00 10 00 08 00 1B 24 02 00 1D 24 01 00 1D 76 30 00 01 00 01 00 FF 0C",
-     "page", 2, 1, "########"},
+     "########", 2, 1, "page"},
     {"page, top to bottom",
-     "1B 4C 1B 57 00 00 00 00 10 00 08 00 1B 54 03 1D 76 30 00 01 00 01 00 FF 0C", "page", 15, 0,
-     "#|#|#|#|#|#|#|#"},
+     "1B 4C 1B 57 00 00 00 00 10 00 08 00 1B 54 03 1D 76 30 00 01 00 01 00 FF 0C",
+     "#|#|#|#|#|#|#|#", 15, 0, "page"},
     {"page, 0x1102 print area",
-     "1B 4C 1B 57 00 04 00 00 00 08 00 04 00 1D 76 30 00 01 00 01 00 FF 0C", "page", 4, 0,
-     "########", 0x1102},
+     "1B 4C 1B 57 00 04 00 00 00 08 00 04 00 1D 76 30 00 01 00 01 00 FF 0C", "########", 4, 0,
+     "page", 0x1102},
 };
 
 TEST(VirtualPrinter, DrawsImagesDotForDot) {
