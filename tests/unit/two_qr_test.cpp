@@ -55,41 +55,36 @@ int32_t print_two(FakeSession& session, int32_t x1, int32_t y1, int32_t x2, int3
   return PrintTwoQRCode(session.handle(), VW("A"), 4, x1, y1, VW("B"), 5, x2, y2);
 }
 
-// On models with the finer motion unit the vertical sizes count double:
-// 240 and 192 high give page 240, area 248, symbol 2 at (240 - 192) / 2 = 24.
-TEST(PrintTwoQRCode, CentredPairWritesTheWholePageJob) {
+// Symbol 1 is 120 dots square, symbol 2 96. Position codes: 0 start (dot 1),
+// 1 centred, 2 end; anything else is a position in dots. On models with the
+// finer motion unit the vertical sizes count double: 240 and 192 high give
+// page 240, area 248, symbol 2 centred at (240 - 192) / 2 = 24.
+TEST(PrintTwoQRCode, WritesTheWholePageJob) {
   const struct {
-    const char *model, *area_height, *second_y;
-  } cases[] = {{"VR-M60A", "80 00", "0C 00"}, {"VR-T80A", "F8 00", "18 00"}};
+    const char* model;
+    int32_t x1, y1, x2, y2;
+    const char *area_height, *first, *second;  // the ESC $ and GS $ of each
+  } cases[] = {
+      {"VR-M60A", 1, 1, 1, 1, "80 00", "1B 24 84 00 1D 24 00 00", "1B 24 90 00 1D 24 0C 00"},
+      {"VR-T80A", 1, 1, 1, 1, "F8 00", "1B 24 84 00 1D 24 00 00", "1B 24 90 00 1D 24 18 00"},
+      // Right edge 384 - 120 - 1 = 263; bottom 120 - 96 = 24, without the - 1.
+      {"VR-M60A", 2, 2, 0, 0, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 01 00 1D 24 01 00"},
+      {"VR-M60A", 2, 2, 2, 2, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 1F 01 1D 24 18 00"},
+      {"VR-M60A", 2, 2, 5, 300, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 05 00 1D 24 2C 01"},
+  };
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.model << " " << c.x2 << ", " << c.y2);
     FakeSession session(c.model);
     script_answers(session, {kAnswer120, kAnswer96});
-    ASSERT_EQ(print_two(session, 1, 1, 1, 1), VORN_OK);
-    EXPECT_EQ(session.take_written(), cat({kQueryA4, kQueryB5, "1B 4C 1B 57 00 00 00 00 80 01",
-                                           c.area_height, "1B 24 84 00 1D 24 00 00", kSymbolA4,
-                                           "1B 24 90 00 1D 24", c.second_y, kSymbolB5, "0C"}));
+    ASSERT_EQ(print_two(session, c.x1, c.y1, c.x2, c.y2), VORN_OK);
+    EXPECT_EQ(session.take_written(),
+              cat({kQueryA4, kQueryB5, "1B 4C 1B 57 00 00 00 00 80 01", c.area_height, c.first,
+                   kSymbolA4, c.second, kSymbolB5, "0C"}));
     // Each block is one write: the positions go out with their symbol.
     EXPECT_EQ(session.device.write_requests,
               (std::vector<uint32_t>{25, 25, 2, 10, 8 + 42, 8 + 42, 1}));
     EXPECT_EQ(session.clock.sleeps(), (std::vector<uint32_t>{100, 100}));
     EXPECT_EQ(session.context().page_mode, 0);
-  }
-}
-
-TEST(PrintTwoQRCode, PositionCodesOrDots) {
-  const std::pair<int32_t, int32_t> codes[] = {{0, 0}, {2, 2}, {5, 300}};
-  const char* placements[] = {
-      "1B 24 01 00 1D 24 01 00",  // 0 means dot 1
-      // Right edge 384 - 96 - 1 = 287; bottom 120 - 96 = 24, without the - 1.
-      "1B 24 1F 01 1D 24 18 00", "1B 24 05 00 1D 24 2C 01"};
-  for (size_t i = 0; i < std::size(codes); ++i) {
-    FakeSession session("VR-M60A");
-    script_answers(session, {kAnswer120, kAnswer96});
-    ASSERT_EQ(print_two(session, 2, 2, codes[i].first, codes[i].second), VORN_OK);
-    // Symbol 1 (120 wide) at the right edge: 384 - 120 - 1 = 263.
-    EXPECT_TRUE(contains(session.take_written(), cat({"1B 24 07 01 1D 24 00 00", kSymbolA4,
-                                                      placements[i], kSymbolB5, "0C"})))
-        << i;
   }
 }
 
