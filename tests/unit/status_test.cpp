@@ -89,8 +89,6 @@ TEST(StatusQueries, FrameAndPointerChecks) {
   state = 7;
   EXPECT_EQ(GetCashDrawerState(nullptr, &state), VORN_ERR_INVALID_HANDLE);
   EXPECT_EQ(state, 7u);
-  int32_t version[3] = {-7, -7, -7};
-  EXPECT_EQ(GetFirmwareVersion(nullptr, version, 3), VORN_ERR_INVALID_HANDLE);
   FakeSession session("VR-T80A");
   EXPECT_EQ(GetPrinterState(session.handle(), nullptr), VORN_ERR_PARAMETER);
   EXPECT_EQ(GetCashDrawerState(session.handle(), nullptr), VORN_ERR_PARAMETER);
@@ -124,6 +122,8 @@ struct VersionCase {
   int32_t count;
   int32_t result;
   std::vector<int32_t> version;  // after the call; -7 marks untouched entries
+  const char* asked = nullptr;   // the model's own query when not given
+  uint32_t capability_word = 0;  // replaces the model's when given
 };
 
 const VersionCase kVersionCases[] = {
@@ -142,36 +142,26 @@ const VersionCase kVersionCases[] = {
     // Type flags 0x2 and 0x42: the text query; the answer bytes are the version.
     {"VR-L104A", "F6 01 00", 1, 0, {-10, 1, -7}},
     {"VR-L80A", "01 02 03 00", 2, 0, {1, 2, 3}},
+    // ESC # * answers carry nothing the array can hold.
+    {"unknown", "31 2E 32 00", 3, 0, {-7, -7, -7}, "1B 23 2A 0A 00", 0x12340004},
+    {"VR-L108X", "", 3, VORN_ERR_COMMAND_NOT_SUPPORTED, {-7, -7, -7}, ""},  // no query kind
 };
 
 TEST(GetFirmwareVersion, DecodesTheAnswer) {
   for (const VersionCase& c : kVersionCases) {
     SCOPED_TRACE(testing::Message() << c.model << " answering " << c.answer);
     FakeSession session(c.model);
+    if (c.capability_word != 0) session.context().capability_word = c.capability_word;
     session.device.read_script.push_back({.bytes = hex(c.answer)});
     std::vector<int32_t> version = {-7, -7, -7};
     EXPECT_EQ(GetFirmwareVersion(session.handle(), version.data(), c.count), c.result);
     EXPECT_EQ(version, c.version);
     const bool text_query = std::string(c.model).starts_with("VR-L");
-    EXPECT_EQ(session.take_written(),
-              hex(text_query ? "5A 5A 5A 47 45 54 56 45 52 53 49 4F 4E" : "1D 49 41"));
+    const char* own = text_query ? "5A 5A 5A 47 45 54 56 45 52 53 49 4F 4E" : "1D 49 41";
+    EXPECT_EQ(session.take_written(), hex(c.asked != nullptr ? c.asked : own));
+    EXPECT_TRUE(session.pending().empty());
     EXPECT_TRUE(session.clock.sleeps().empty());  // no wait before the read
   }
-}
-
-TEST(GetFirmwareVersion, OtherQueryKinds) {
-  std::vector<int32_t> version = {-7, -7, -7};
-  // ESC # * answers carry nothing the array can hold.
-  FakeSession esc_hash;
-  esc_hash.context().capability_word = 0x12340004;
-  esc_hash.device.read_script.push_back({.bytes = hex("31 2E 32 00")});
-  EXPECT_EQ(GetFirmwareVersion(esc_hash.handle(), version.data(), 3), VORN_OK);
-  EXPECT_EQ(esc_hash.take_written(), hex("1B 23 2A 0A 00"));
-
-  FakeSession none("VR-L108X");  // type flags 0x38: no query kind
-  EXPECT_EQ(GetFirmwareVersion(none.handle(), version.data(), 3), VORN_ERR_COMMAND_NOT_SUPPORTED);
-  EXPECT_TRUE(none.pending().empty());
-  EXPECT_EQ(version, (std::vector<int32_t>{-7, -7, -7}));
 }
 
 }  // namespace

@@ -55,19 +55,31 @@ int32_t print_two(FakeSession& session, int32_t x1, int32_t y1, int32_t x2, int3
   return PrintTwoQRCode(session.handle(), VW("A"), 4, x1, y1, VW("B"), 5, x2, y2);
 }
 
-// On models with the finer motion unit the vertical sizes count double:
-// 240 and 192 high give page 240, area 248, symbol 2 at (240 - 192) / 2 = 24.
-TEST(PrintTwoQRCode, CentredPairWritesTheWholePageJob) {
+// Symbol 1 is 120 dots square, symbol 2 96. Position codes: 0 start (dot 1),
+// 1 centred, 2 end; anything else is a position in dots. On models with the
+// finer motion unit the vertical sizes count double: 240 and 192 high give
+// page 240, area 248, symbol 2 centred at (240 - 192) / 2 = 24.
+TEST(PrintTwoQRCode, WritesTheWholePageJob) {
   const struct {
-    const char *model, *area_height, *second_y;
-  } cases[] = {{"VR-M60A", "80 00", "0C 00"}, {"VR-T80A", "F8 00", "18 00"}};
+    const char* model;
+    int32_t x1, y1, x2, y2;
+    const char *area_height, *first, *second;  // the ESC $ and GS $ of each
+  } cases[] = {
+      {"VR-M60A", 1, 1, 1, 1, "80 00", "1B 24 84 00 1D 24 00 00", "1B 24 90 00 1D 24 0C 00"},
+      {"VR-T80A", 1, 1, 1, 1, "F8 00", "1B 24 84 00 1D 24 00 00", "1B 24 90 00 1D 24 18 00"},
+      // Right edge 384 - 120 - 1 = 263; bottom 120 - 96 = 24, without the - 1.
+      {"VR-M60A", 2, 2, 0, 0, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 01 00 1D 24 01 00"},
+      {"VR-M60A", 2, 2, 2, 2, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 1F 01 1D 24 18 00"},
+      {"VR-M60A", 2, 2, 5, 300, "80 00", "1B 24 07 01 1D 24 00 00", "1B 24 05 00 1D 24 2C 01"},
+  };
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.model << " " << c.x2 << ", " << c.y2);
     FakeSession session(c.model);
     script_answers(session, {kAnswer120, kAnswer96});
-    ASSERT_EQ(print_two(session, 1, 1, 1, 1), VORN_OK);
-    EXPECT_EQ(session.take_written(), cat({kQueryA4, kQueryB5, "1B 4C 1B 57 00 00 00 00 80 01",
-                                           c.area_height, "1B 24 84 00 1D 24 00 00", kSymbolA4,
-                                           "1B 24 90 00 1D 24", c.second_y, kSymbolB5, "0C"}));
+    ASSERT_EQ(print_two(session, c.x1, c.y1, c.x2, c.y2), VORN_OK);
+    EXPECT_EQ(session.take_written(),
+              cat({kQueryA4, kQueryB5, "1B 4C 1B 57 00 00 00 00 80 01", c.area_height, c.first,
+                   kSymbolA4, c.second, kSymbolB5, "0C"}));
     // Each block is one write: the positions go out with their symbol.
     EXPECT_EQ(session.device.write_requests,
               (std::vector<uint32_t>{25, 25, 2, 10, 8 + 42, 8 + 42, 1}));
@@ -76,50 +88,55 @@ TEST(PrintTwoQRCode, CentredPairWritesTheWholePageJob) {
   }
 }
 
-TEST(PrintTwoQRCode, PositionCodesOrDots) {
-  const std::pair<int32_t, int32_t> codes[] = {{0, 0}, {2, 2}, {5, 300}};
-  const char* placements[] = {
-      "1B 24 01 00 1D 24 01 00",  // 0 means dot 1
-      // Right edge 384 - 96 - 1 = 287; bottom 120 - 96 = 24, without the - 1.
-      "1B 24 1F 01 1D 24 18 00", "1B 24 05 00 1D 24 2C 01"};
-  for (size_t i = 0; i < std::size(codes); ++i) {
-    FakeSession session("VR-M60A");
-    script_answers(session, {kAnswer120, kAnswer96});
-    ASSERT_EQ(print_two(session, 2, 2, codes[i].first, codes[i].second), VORN_OK);
-    // Symbol 1 (120 wide) at the right edge: 384 - 120 - 1 = 263.
-    EXPECT_TRUE(contains(session.take_written(), cat({"1B 24 07 01 1D 24 00 00", kSymbolA4,
-                                                      placements[i], kSymbolB5, "0C"})))
-        << i;
-  }
-}
-
-TEST(PrintTwoQRCode, SizeAnswersAreParsedOrRefused) {
-  const std::pair<const char*, int32_t> answers[] = {
+// The size answers, texts and module sizes a call takes or refuses. A
+// call that ends leaves standard mode selected and nothing in the buffer.
+TEST(PrintTwoQRCode, AnswersTextsAndModuleSizesAreChecked) {
+  const char* const kPage96 = "1B 4C 1B 57 00 00 00 00 80 01 68 00";
+  struct Case {
+    const char* answer;  // to both queries
+    int32_t result;
+    const char* written;  // all of it if refused, part of it if not
+    WideString data1 = VW("A"), data2 = VW("B");
+    int32_t module2 = 5;
+  } cases[] = {
       // Fields read like the C library reads numbers.
-      {"37 36 20 31 32 30 1F 20 2B 39 36 1F 00", VORN_OK},
-      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 00", VORN_OK},  // 18 bytes of text
-      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 30 00", VORN_ERR_BAD_ANSWER},
-      {"37 37 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER},
-      {"36 36 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER},
-      {"37 36 39 36 1F 39 36 00", VORN_ERR_BAD_ANSWER},
-      {"37 36 39 36 00", VORN_ERR_BAD_ANSWER},
+      {"37 36 20 31 32 30 1F 20 2B 39 36 1F 00", VORN_OK, kPage96},
+      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 00", VORN_OK, kPage96},  // 18 bytes
+      {"37 36 39 36 1F 39 36 1F 30 30 30 30 30 30 30 30 30 30 30 00", VORN_ERR_BAD_ANSWER,
+       kQueryA4},
+      {"37 37 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"36 36 39 36 1F 39 36 1F 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"37 36 39 36 1F 39 36 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      {"37 36 39 36 00", VORN_ERR_BAD_ANSWER, kQueryA4},
+      // Both texts are converted, into 260 bytes each, before any query.
+      {kAnswer96, VORN_ERR_BUFFER_TOO_SMALL, "", VW("A"), WideString(260, VW('B'))},
+      {kAnswer96, VORN_ERR_PARAMETER, kQueryA4, VW("A"), VW("B"), 17},
+      // 259 bytes fit: the store command counts 259 + 3 = 0x106.
+      {kAnswer96, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41", WideString(259, VW('A'))},
   };
-  for (const auto& [answer, result] : answers) {
-    SCOPED_TRACE(answer);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.answer << ", result " << c.result);
     FakeSession session("VR-M60A");
-    script_answers(session, {answer, answer});
-    EXPECT_EQ(print_two(session, 0, 0, 0, 0), result);
+    script_answers(session, {c.answer, c.answer});
+    EXPECT_EQ(PrintTwoQRCode(session.handle(), c.data1.c_str(), 4, 0, 0, c.data2.c_str(), c.module2,
+                             0, 0),
+              c.result);
     const std::vector<uint8_t> written = session.take_written();
-    if (result == VORN_OK) {
-      EXPECT_TRUE(contains(written, hex("1B 4C 1B 57 00 00 00 00 80 01 68 00")));
-    } else {
-      EXPECT_EQ(written, hex(kQueryA4));  // nothing after the first query
-      EXPECT_EQ(session.context().page_mode, 0);
-    }
+    EXPECT_TRUE(c.result == VORN_OK ? contains(written, hex(c.written))
+                                    : written == hex(c.written));
+    EXPECT_TRUE(session.pending().empty());
+    EXPECT_EQ(session.context().page_mode, 0);
   }
 }
 
-TEST(PrintTwoQRCode, MissingAnswersTimeOut) {
+// A failed query stops the call there; a write that fails waits for nothing.
+TEST(PrintTwoQRCode, FailedQueriesStopTheCall) {
+  FakeSession failing("VR-M60A");
+  failing.device.write_script.push_back({.accept = 0, .error = EIO});
+  EXPECT_EQ(print_two(failing, 1, 1, 1, 1), EIO);
+  EXPECT_TRUE(failing.clock.sleeps().empty());
+  EXPECT_EQ(failing.pending(), hex(kQueryA4));
+
   FakeSession none("VR-M60A");
   EXPECT_EQ(print_two(none, 1, 1, 1, 1), VORN_ERR_IO_READ_TIMEOUT);
   EXPECT_EQ(none.take_written(), hex(kQueryA4));
@@ -156,40 +173,6 @@ TEST(PrintTwoQRCode, PageFailuresLeavePageModeSelected) {
   EXPECT_TRUE(contains(written, hex(kSymbolA4)));
   EXPECT_FALSE(contains(written, cat({kSymbolA4, "1B 24"})));
   EXPECT_TRUE(low.pending().empty());
-}
-
-TEST(PrintTwoQRCode, TextsAndModuleSizesAreCheckedBeforeUse) {
-  struct Case {
-    WideString data1, data2;
-    int32_t module2, result;
-    const char* written;
-  } cases[] = {
-      // Both texts are converted, into 260 bytes each, before any query.
-      {VW("A"), WideString(260, VW('B')), 5, VORN_ERR_BUFFER_TOO_SMALL, ""},
-      {VW("A"), VW("B"), 17, VORN_ERR_PARAMETER, kQueryA4},
-      // 259 bytes fit: the store command counts 259 + 3 = 0x106.
-      {WideString(259, VW('A')), VW("B"), 5, VORN_OK, "1D 28 6B 06 01 31 50 30 41 41"},
-  };
-  for (const Case& c : cases) {
-    FakeSession session("VR-M60A");
-    script_answers(session, {kAnswer96, kAnswer96});
-    EXPECT_EQ(PrintTwoQRCode(session.handle(), c.data1.c_str(), 4, 0, 0, c.data2.c_str(), c.module2,
-                             0, 0),
-              c.result);
-    const std::vector<uint8_t> written = session.take_written();
-    EXPECT_TRUE(c.result == VORN_OK ? contains(written, hex(c.written)) : written == hex(c.written))
-        << c.result;
-    EXPECT_TRUE(session.pending().empty());
-  }
-}
-
-TEST(PrintTwoQRCode, FrameAndFailedQueryStopBeforeWaiting) {
-  EXPECT_EQ(PrintTwoQRCode(nullptr, VW("A"), 4, 1, 1, VW("B"), 5, 1, 1), VORN_ERR_INVALID_HANDLE);
-  FakeSession failing("VR-M60A");
-  failing.device.write_script.push_back({.accept = 0, .error = EIO});
-  EXPECT_EQ(print_two(failing, 1, 1, 1, 1), EIO);
-  EXPECT_TRUE(failing.clock.sleeps().empty());
-  EXPECT_EQ(failing.pending(), hex(kQueryA4));
 }
 
 }  // namespace
