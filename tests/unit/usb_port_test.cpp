@@ -235,17 +235,22 @@ struct ReadCase {
   U32s waits;
   U32s sleeps;
   uint32_t elapsed;
+  bool quick = false;  // readexist of offset + length bytes
 };
 
 class UsbReadTest : public UsbPortTest, public ::testing::WithParamInterface<ReadCase> {};
 
-TEST_P(UsbReadTest, OverlappedTimedRead) {
+// A timed read's budget is 5 x length + 2000 with a read interval of 10; a
+// quick read is one attempt of 100 ms and always succeeds.
+TEST_P(UsbReadTest, OverlappedRead) {
   const ReadCase& c = GetParam();
-  // Budget: 5 x length + 2000; read interval 10.
   device.read_script = c.script;
   device.idle_read_ms = 0;
   Bytes buffer(c.offset + std::max<uint32_t>(c.length, 1) + 4, 0xEE);
-  EXPECT_EQ(read(buffer.data(), c.offset, c.length), c.result);
+  EXPECT_EQ(
+      c.quick ? vorn_io_readexist(port, buffer.data(), c.offset, c.offset + c.length, &transferred)
+              : read(buffer.data(), c.offset, c.length),
+      c.result);
   EXPECT_EQ(transferred, c.transferred);
   EXPECT_EQ(Bytes(buffer.begin() + c.offset, buffer.begin() + c.offset + c.delivered.size()),
             c.delivered);
@@ -291,36 +296,14 @@ INSTANTIATE_TEST_SUITE_P(
                  0, {}, {}, {}, {}, 0),
         ReadCase("long reads go straight to the caller's buffer",
                  {{.bytes = count_up(0, 255)}, {.bytes = count_up(255, 45)}}, 1, 300, VORN_OK, 300,
-                 count_up(0, 300), {300, 45}, {3500, 10}, {}, 0)),
+                 count_up(0, 300), {300, 45}, {3500, 10}, {}, 0),
+        ReadCase("quick read keeps the last bytes of a longer answer", {{.bytes = count_up(1, 12)}},
+                 2, 8, VORN_OK, 12, count_up(5, 8), {64}, {100}, {}, 0, true),
+        ReadCase("quick read of 64 bytes or more goes straight to the caller's buffer",
+                 {{.bytes = {1, 2, 3}}}, 0, 70, VORN_OK, 3, {1, 2, 3}, {70}, {100}, {}, 0, true),
+        ReadCase("quick read ignores a device error", {{.error = 5}}, 0, 8, VORN_OK, 0, {}, {64},
+                 {100}, {}, 0, true)),
     case_name);
-
-TEST_F(UsbPortTest, QuickReadMakesOneShortAttemptAndAlwaysSucceeds) {
-  struct {
-    std::deque<ReadStep> script;
-    uint32_t offset, size;
-    uint32_t transferred;
-    Bytes delivered;
-    uint32_t request;
-  } const rows[] = {
-      {{{.bytes = count_up(1, 12)}}, 2, 10, 12, count_up(5, 8), 64},
-      {{{.bytes = {1, 2, 3}}}, 0, 70, 3, {1, 2, 3}, 70},
-      {{{.error = 5}}, 0, 8, 0, {}, 64},
-  };
-  for (const auto& row : rows) {
-    device.read_script = row.script;
-    device.read_requests.clear();
-    device.read_waits.clear();
-    Bytes buffer(row.size + 4, 0xEE);
-    EXPECT_EQ(vorn_io_readexist(port, buffer.data(), row.offset, row.size, &transferred), VORN_OK);
-    EXPECT_EQ(transferred, row.transferred);
-    EXPECT_EQ(
-        Bytes(buffer.begin() + row.offset, buffer.begin() + row.offset + row.delivered.size()),
-        row.delivered);
-    EXPECT_EQ(buffer[row.offset + row.delivered.size()], 0xEE);
-    EXPECT_EQ(device.read_requests, U32s{row.request});
-    EXPECT_EQ(device.read_waits, U32s{100});
-  }
-}
 
 struct ListCase {
   const char* what;
