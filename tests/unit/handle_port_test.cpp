@@ -22,6 +22,10 @@ class HandlePortTest : public ::testing::Test {
     ASSERT_EQ(vorn_io_port_creator(&port, "vorn:/dev/bus/LPT/LPT1"), VORN_OK);
     ASSERT_EQ(vorn_io_open(port), VORN_OK);
     ASSERT_EQ(device.opened_paths, std::vector<std::string>{on_platform("/dev/lp0", "LPT1")});
+    // The budgets below are those of the default timeouts.
+    uint32_t values[6] = {};
+    ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
+    ASSERT_EQ(U32s(values, values + 6), (U32s{10, 5, 2000, 10, 2000, 2000}));
   }
   void TearDown() override { vorn_io_port_destroy(port); }
   int32_t write(const std::vector<uint8_t>& data, uint32_t offset = 0) {
@@ -35,12 +39,6 @@ class HandlePortTest : public ::testing::Test {
   VORN_PORT port = nullptr;
   uint32_t transferred = 99;
 };
-
-TEST_F(HandlePortTest, DefaultTimeouts) {
-  uint32_t values[6] = {};
-  ASSERT_EQ(vorn_io_get_timeout(port, values), VORN_OK);
-  EXPECT_EQ(U32s(values, values + 6), (U32s{10, 5, 2000, 10, 2000, 2000}));
-}
 
 // Each wait is what is left of the whole budget (10 x length + 2000); the
 // attempt that completes a chunk is not charged to it. A device error ends
