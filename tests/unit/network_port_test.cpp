@@ -67,7 +67,6 @@ TEST(NetworkOptions, ConnectWhereTheUriSays) {
     int32_t created, opened;
     uint32_t address, port;
   } rows[] = {
-      {"ip=192.168.1.100", 0, 0, 0xC0A80164, 9100},
       {"ip=192.168.1.100+port=0x2390", 0, 0, 0xC0A80164, 9104},
       {"ip=10.0.0.7+port=9101xyz", 0, 0, 0x0A000007, 9101},
       {"ip=10.0.0.7+port=abc", 0, 0, 0x0A000007, 9100},
