@@ -1,7 +1,15 @@
 // Serial lines on Windows: a COM port opened as a file, set up through its
 // device control block, with the line timeouts held by the driver itself,
 // so every ReadFile and WriteFile is bounded by them.
+//
+// Transfers are overlapped, each waited for until the driver ends it (the
+// line timeouts still bound it) or a kill from another thread sets the
+// line's cancel event: a synchronous transfer cannot be relied on to stop
+// for CancelIoEx from another thread on every system that runs the DLL.
 #include <windows.h>
+
+#include <atomic>
+#include <new>
 
 #include "platform/serial_line.h"
 #include "platform/win32/win32_error.h"
@@ -9,22 +17,54 @@
 namespace vorn::platform {
 namespace {
 
+struct OpenLine {
+  HANDLE file = INVALID_HANDLE_VALUE;
+  // Manual-reset events: one reused by every transfer, one set by a kill.
+  HANDLE done = nullptr;
+  HANDLE killed = nullptr;
+  // Set by a kill too: every later transfer ends at once.
+  std::atomic<bool> cancelled{false};
+};
+
+OpenLine& line_of(DeviceHandle handle) {
+  return *reinterpret_cast<OpenLine*>(handle);
+}
+
 HANDLE file_of(DeviceHandle handle) {
-  return reinterpret_cast<HANDLE>(handle);
+  return line_of(handle).file;
+}
+
+void free_line(OpenLine* line) {
+  if (line->file != INVALID_HANDLE_VALUE) CloseHandle(line->file);
+  if (line->done != nullptr) CloseHandle(line->done);
+  if (line->killed != nullptr) CloseHandle(line->killed);
+  delete line;
 }
 
 int32_t open_line(const char* path, bool /*overlapped*/, DeviceHandle* out) {
-  // No sharing, no overlapped input/output: the driver's timeouts bound
-  // each call.
-  HANDLE file =
-      CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return last_error_or(ERROR_OPEN_FAILED);
-  *out = reinterpret_cast<DeviceHandle>(file);
+  auto* line = new (std::nothrow) OpenLine;
+  if (line == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+  // No sharing: a second opener of the same port is refused by the system.
+  line->file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                           FILE_FLAG_OVERLAPPED, nullptr);
+  if (line->file == INVALID_HANDLE_VALUE) {
+    const int32_t error = last_error_or(ERROR_OPEN_FAILED);
+    free_line(line);
+    return error;
+  }
+  line->done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  line->killed = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (line->done == nullptr || line->killed == nullptr) {
+    const int32_t error = last_error_or(ERROR_NOT_ENOUGH_MEMORY);
+    free_line(line);
+    return error;
+  }
+  *out = reinterpret_cast<DeviceHandle>(line);
   return 0;
 }
 
 void close_line(DeviceHandle handle) {
-  if (handle != kNoDevice) CloseHandle(file_of(handle));
+  if (handle != kNoDevice) free_line(&line_of(handle));
 }
 
 // A line error (framing, overrun, a break) stops all further transfers on a
@@ -37,20 +77,54 @@ void clear_line_error(HANDLE file) {
 
 Attempt transfer(DeviceHandle handle, void* data, uint32_t length, bool writing) {
   Attempt attempt;
-  HANDLE file = file_of(handle);
-  DWORD done = 0;
+  const OpenLine& line = line_of(handle);
+  if (line.cancelled) return attempt;
+  OVERLAPPED record{};
+  record.hEvent = line.done;
+  ResetEvent(line.done);
   SetLastError(0);
-  const BOOL ok = writing ? WriteFile(file, data, length, &done, nullptr)
-                          : ReadFile(file, data, length, &done, nullptr);
+  BOOL ok = writing ? WriteFile(line.file, data, length, nullptr, &record)
+                    : ReadFile(line.file, data, length, nullptr, &record);
+  if (!ok && GetLastError() == ERROR_IO_PENDING) {
+    const HANDLE events[2] = {line.done, line.killed};
+    if (WaitForMultipleObjects(2, events, FALSE, INFINITE) != WAIT_OBJECT_0) {
+      CancelIo(line.file);
+    }
+    ok = TRUE;
+  }
+  DWORD done = 0;
+  // Waits until the system has let go of the buffer and the record on this
+  // stack, also after a cancel.
+  if (ok) {
+    SetLastError(0);
+    ok = GetOverlappedResult(line.file, &record, &done, TRUE);
+    // Some systems complete a transfer the line timeouts ended with "timed
+    // out" where a synchronous call reports success with fewer bytes.
+    if (!ok && GetLastError() == ERROR_TIMEOUT) {
+      ok = TRUE;
+      done = static_cast<DWORD>(record.InternalHigh);
+      SetLastError(0);
+    }
+  }
   attempt.done = done;
   if (!ok) {
     attempt.error = last_error_or(ERROR_GEN_FAILURE);
-    clear_line_error(file);
+    clear_line_error(line.file);
   } else if (writing && done == 0 && length > 0) {
     // The write timeout ended the call before the line took a byte.
     attempt.error = static_cast<int32_t>(GetLastError());
   }
+  // A transfer cut short by a kill ends with what it moved, without the
+  // system's "aborted".
+  if (line.cancelled) attempt.error = 0;
   return attempt;
+}
+
+void cancel_line(DeviceHandle handle) {
+  if (handle == kNoDevice) return;
+  OpenLine& line = line_of(handle);
+  line.cancelled = true;
+  SetEvent(line.killed);
 }
 
 Attempt write_line(DeviceHandle handle, const uint8_t* data, uint32_t length,
@@ -122,8 +196,7 @@ constexpr DeviceFileOps kLineFiles = {
     .write = write_line,
     .read = read_line,
     .is_no_data_error = never_no_data,
-    // Attempts here are not cut short yet: a kill takes effect between them.
-    .cancel = nullptr,
+    .cancel = cancel_line,
 };
 
 constexpr SerialLineOps kWin32SerialLine = {
